@@ -1,0 +1,52 @@
+# Helpers that add libraries, programs and tests with the project's warnings and sanitizers,
+# so that no target forgets them.
+
+function(arnex_apply_options target)
+    target_compile_options(${target} PRIVATE -Wall -Wextra)
+    if(ARNEX_WERROR)
+        target_compile_options(${target} PRIVATE -Werror)
+    endif()
+    if(ARNEX_SANITIZE)
+        string(REPLACE ";" "," _san "${ARNEX_SANITIZE}")
+        target_compile_options(${target} PRIVATE -fsanitize=${_san} -fno-omit-frame-pointer)
+        target_link_options(${target} PRIVATE -fsanitize=${_san})
+    endif()
+endfunction()
+
+# arnex_add_library(<name> SOURCES ... [PUBLIC_LIBS ...] [PRIVATE_LIBS ...])
+# The link lines are the layering: a library sees only what it links.
+# A subsystem that has only headers so far is an INTERFACE library with the same link line.
+function(arnex_add_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC_LIBS;PRIVATE_LIBS" ${ARGN})
+    if(NOT ARG_SOURCES)
+        add_library(${name} INTERFACE)
+        target_include_directories(${name} INTERFACE ${PROJECT_SOURCE_DIR}/src)
+        target_link_libraries(${name} INTERFACE ${ARG_PUBLIC_LIBS})
+        return()
+    endif()
+    add_library(${name} STATIC ${ARG_SOURCES})
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(${name} PUBLIC ${ARG_PUBLIC_LIBS} PRIVATE ${ARG_PRIVATE_LIBS})
+    arnex_apply_options(${name})
+endfunction()
+
+# arnex_add_test(<name> SOURCES ... LIBS ... [ENV ...] [LABELS ...] [TIMEOUT s])
+function(arnex_add_test name)
+    cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBS;ENV;LABELS" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest)
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/src)
+    # Failure messages print Qt strings as text.
+    target_compile_options(${name} PRIVATE -include ${PROJECT_SOURCE_DIR}/tests/common/QtPrinters.h)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    arnex_apply_options(${name})
+    add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 300)
+    endif()
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT}
+        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;ARNEX_BIN_DIR=${ARNEX_BIN_DIR};ARNEX_SOURCE_DIR=${PROJECT_SOURCE_DIR};${ARG_ENV}")
+    if(ARG_LABELS)
+        set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}")
+    endif()
+endfunction()

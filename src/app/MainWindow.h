@@ -1,0 +1,119 @@
+#pragma once
+
+#include "views/Window.h"
+
+#include <QList>
+#include <QMap>
+#include <QStringList>
+
+class CConsoleWindow;
+class CDockWindow;
+class CStatusBar;
+class QCloseEvent;
+class QMenu;
+class QTimer;
+class QToolBar;
+class QToolButton;
+
+/// The main window: the frame of the program, the owner of the debug windows and of the command actions,
+/// and the place where start-up and shutdown are ordered. One instance per process, reached through
+/// Instance(). GUI thread only.
+class CMainWindow : public CWindow {
+    Q_OBJECT
+
+public:
+    /// The process-wide main window; created on first access.
+    static CMainWindow* Instance();
+    static bool Exists();
+    /// Deletes the main window (process exit).
+    static void Destroy();
+
+    CConsoleWindow* GetConsole() const { return m_Console; }
+    /// The debug windows in the order of the View menu.
+    QList<CWindow*> GetDebugWindows() const { return m_DebugWindows; }
+    /// A debug window by name or alias, without regard to case; null if none.
+    CWindow* FindDebugWindow(const QString& Name) const;
+    QToolBar* FindToolBar(const QString& Name) const;
+    bool IsClosing() const { return m_Closing; }
+    bool IsInitComplete() const { return m_InitComplete; }
+    /// "Arnex - New Project" until a project exists.
+    void UpdateTitle();
+    QStringList GetRecentProjects() const { return m_RecentProjects; }
+
+signals:
+    void InitComplete();
+    /// Emitted once the start-up decision has been taken and the command line applied.
+    void StartupDone();
+
+public slots:
+    void OnWindowShown();
+    bool CreateProjectFromCmdLine();
+    void ApplyCmdLine() { CreateProjectFromCmdLine(); }
+    void OnTabBarUpdateTimerTimeout();
+
+    // Commands of this window.
+    void OnActionFileExitTriggered();
+    void OnActionEditCopyTriggered();
+    void OnActionHelpAboutTriggered();
+    void OnActionHelpCommandsTriggered();
+    void OnActionUtilSleepTriggered();
+    void OnActionUtilLogTriggered();
+    void OnActionUtilLogHexTriggered();
+    void OnActionWindowShowTriggered();
+    void OnActionWindowCloseTriggered();
+    void OnActionWindowCloseAllTriggered();
+    void OnActionWindowClearTriggered();
+    void OnActionWindowShowFullScreenTriggered();
+    void OnActionWindowDockTriggered();
+    void OnActionWindowUndockTriggered();
+    void OnActionToolbarShowTriggered();
+    void OnActionToolbarCloseTriggered();
+
+protected:
+    bool eventFilter(QObject* Watched, QEvent* Event) override;
+    void closeEvent(QCloseEvent* Event) override;
+    void changeEvent(QEvent* Event) override;
+
+private:
+    CMainWindow();
+    ~CMainWindow() override;
+
+    // Construction steps, in order.
+    void RegisterMetaTypes();
+    void CreateActions();
+    void CreateMenus();
+    void CreateToolBars();
+    void CreateDebugWindows();
+    void CreateTimers();
+    void ConnectCommands();
+    void LoadWindowSettings();
+    void RestorePerspective();
+    void SaveWindowSettings();
+
+    QAction* Action(U32 Id) const;
+    QMenu* AddCommandMenu(const QString& Title, const QList<int>& Ids);
+    void AddDebugWindow(CWindow* Window, const QString& Title, Qt::DockWidgetArea Area);
+    void ApplyStyleSeparatorFix();
+    void RunStartupCommand(U32 Id, const QString& Arg = QString());
+    bool HandleAlternativeHotkey(QKeyEvent* Key);
+    void UpdateFullScreenText();
+    /// The debug window that has the keyboard focus, or null.
+    CWindow* FocusedDebugWindow() const;
+
+    QMap<U32, QAction*> m_Actions;
+    CConsoleWindow* m_Console = nullptr;
+    QList<CWindow*> m_DebugWindows;
+    QList<QToolBar*> m_ToolBars;
+    CStatusBar* m_StatusBar = nullptr;
+    QToolButton* m_StartButton = nullptr;
+    QToolButton* m_ResetButton = nullptr;
+    QTimer* m_TabBarUpdateTimer = nullptr;
+    QTimer* m_WindowShownTimer = nullptr;
+    QStringList m_RecentProjects;
+    QStringList m_RecentPrograms;
+    QString m_DefaultDirOpen;
+    QString m_DefaultDirSave;
+    bool m_FirstPaintSeen = false;
+    bool m_InitComplete = false;
+    bool m_Closing = false;
+};

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "app/core/Types.h"
+
+#include <QMainWindow>
+
+#include <functional>
+
+class QAction;
+class CDockWindow;
+
+/// Bits of a window's flags.
+enum WINDOW_FLAGS : U32 {
+    WF_NOTE_HALT = 0x01,            ///< the window takes note of each halt before deciding to update
+    WF_CLEAR_ON_SESSION_END = 0x08, ///< clear the window at the end of a session
+};
+
+/// Base of the main window and of every debug window. Commands bound to its actions are bracketed by
+/// ActionTriggered and ActionPerformed, which the Console hears. GUI thread only.
+class CWindow : public QMainWindow {
+    Q_OBJECT
+
+public:
+    explicit CWindow(const QString& Name, QWidget* Parent = nullptr);
+
+    /// Connects a signal; a QAction's triggered() gets three connections in this order: the window's
+    /// OnActionTriggered, the slot, the window's OnActionPerformed.
+    bool Connect(QObject* Sender, const char* Signal, QObject* Receiver, const char* Slot);
+    bool Disconnect(QObject* Sender, const char* Signal, QObject* Receiver, const char* Slot);
+    /// The typed form of Connect for a command action.
+    template <typename Receiver>
+    void ConnectAction(QAction* Action, Receiver* R, void (Receiver::*Slot)()) {
+        BracketAction(Action, [R, Slot]() { (R->*Slot)(); });
+    }
+
+    virtual QString GetName() const { return m_Name; }
+    virtual QString GetDisplayName() const { return m_Name; }
+    /// Names under which Window.Show and friends also find the window.
+    virtual QStringList GetAliasNames() const { return QStringList(); }
+    /// True if Text names this window, without regard to case.
+    virtual bool IsMatched(const QString& Text) const;
+    virtual void Clear() {}
+    virtual void Repaint() { update(); }
+    virtual bool IsOpen() const;
+    virtual bool IsVisible() const;
+
+    U32 GetFlags() const { return m_Flags; }
+    bool TestFlag(WINDOW_FLAGS Flag) const { return (m_Flags & Flag) != 0; }
+    virtual void SetFlag(WINDOW_FLAGS Flag, bool On);
+
+    CDockWindow* GetDock() const { return m_Dock; }
+    void SetDock(CDockWindow* Dock) { m_Dock = Dock; }
+
+signals:
+    void FlagChanged(WINDOW_FLAGS Flag, bool On);
+    void ActionTriggered(QAction* Action);
+    void ActionPerformed(QAction* Action);
+
+public slots:
+    virtual void OnActionTriggered();
+    virtual void OnActionPerformed();
+    virtual void OnOpened() {}
+    virtual void OnClosed() {}
+
+protected:
+    void BracketAction(QAction* Action, std::function<void()> Slot);
+
+private:
+    QString m_Name;
+    U32 m_Flags = 0;
+    CDockWindow* m_Dock = nullptr;
+};

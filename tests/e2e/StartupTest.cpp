@@ -1,0 +1,156 @@
+#include "ArnexProcess.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QSettings>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(Startup, EchoesAndRunsTypedLines) {
+    ArnexProcess Arnex;
+    const ArnexRun R = Arnex.Exec({"Util.Log (\"a,b\")", "Util.LogHex \"PC=\" 0x1F"});
+    ASSERT_TRUE(R.Finished);
+    EXPECT_EQ(R.ExitCode, 0) << R.Stderr.toStdString();
+    EXPECT_EQ(R.Lines,
+              QStringList({"Util.Log (\"a,b\");", "a,b", "Util.LogHex (\"PC=\", 0x1F);", "PC=0x0000001F"}));
+}
+
+TEST(Startup, HelpTableHasItsColumns) {
+    ArnexProcess Arnex;
+    const ArnexRun R = Arnex.Exec({"help"});
+    ASSERT_TRUE(R.Finished);
+    EXPECT_EQ(R.ExitCode, 0);
+    ASSERT_GT(R.Lines.size(), 150);
+    EXPECT_EQ(R.Lines[0], "Help.Commands();");
+    EXPECT_EQ(R.Lines[1], QString("Command").leftJustified(29) + QString("Arguments").leftJustified(27) +
+                              QString("Hotkey").leftJustified(20) + "Description");
+    const QStringList Open = R.Lines.filter(QRegularExpression("^File\\.Open "));
+    ASSERT_EQ(Open.size(), 1);
+    EXPECT_EQ(Open[0].mid(29, 10), "FileName  ");
+    EXPECT_EQ(Open[0].mid(56, 8), "Ctrl+O  ");
+    EXPECT_EQ(Open[0].mid(76), "Opens a project, program or source file");
+    EXPECT_FALSE(R.Lines.filter(QRegularExpression("^Util\\.Sleep +ms ")).isEmpty());
+}
+
+TEST(Startup, UnknownAndDisabledCommandsFailTheRun) {
+    ArnexProcess Arnex;
+    ArnexRun R = Arnex.Exec({"Frobnicate (1);"});
+    EXPECT_EQ(R.ExitCode, 1);
+    EXPECT_EQ(R.Lines, QStringList({"Frobnicate (1): unknown command. Type ? or help for a list of available "
+                                    "commands."}));
+    R = Arnex.Exec({"Debug.Start"});
+    EXPECT_EQ(R.ExitCode, 1);
+    EXPECT_EQ(R.Lines, QStringList({"Debug.Start: Command disabled"}));
+    R = Arnex.Exec({"Window.Show (\"NoSuchWindow\")"});
+    EXPECT_EQ(R.ExitCode, 1);
+    EXPECT_EQ(R.Lines.last(), "Window.Show (\"NoSuchWindow\"); unknown window");
+    R = Arnex.Exec({"Util.Sleep (abc)"});
+    EXPECT_EQ(R.Lines.last(), "Util.Sleep (abc); not a number");
+    R = Arnex.Exec({"Util.Log"});
+    EXPECT_EQ(R.Lines.last(), "Util.Log(); wrong parameter count");
+}
+
+TEST(Startup, WindowsAndToolbarsByName) {
+    ArnexProcess Arnex;
+    const ArnexRun R = Arnex.Exec({"window.show console", "Window.Close Console", "Window.Show (\"CONSOLE\")",
+                                   "Toolbar.Show File", "Toolbar.Close (\"Debug\")", "Window.Clear Console",
+                                   "Util.Log after"});
+    EXPECT_EQ(R.ExitCode, 0);
+    EXPECT_EQ(R.Lines.last(), "after");
+    QSettings Store(Arnex.SettingsFile(), QSettings::IniFormat);
+    EXPECT_EQ(Store.value("AppData/Perspectives/Debug/ToolbarFileState").toString(), "true");
+    EXPECT_EQ(Store.value("AppData/Perspectives/Debug/ToolbarDebugState").toString(), "false");
+}
+
+TEST(Startup, SleepKeepsTheProgramAlive) {
+    ArnexProcess Arnex;
+    const ArnexRun R = Arnex.Exec({"Util.Sleep 200", "Util.Log done"});
+    EXPECT_EQ(R.ExitCode, 0);
+    EXPECT_EQ(R.Lines.last(), "done");
+}
+
+TEST(Startup, AboutBoxAnswersItselfWhenUnattended) {
+    ArnexProcess Arnex;
+    const ArnexRun R = Arnex.Exec({"Help.About"});
+    EXPECT_EQ(R.ExitCode, 0);
+    ASSERT_EQ(R.Lines.size(), 2);
+    EXPECT_TRUE(R.Lines[1].startsWith("[About Arnex] Arnex - The Tarvo Debugger Version V2.60h, built "));
+    EXPECT_TRUE(R.Lines[1].endsWith("-> OK (unattended: default answer)"));
+}
+
+TEST(Startup, ExitStopsTheRemainingLines) {
+    ArnexProcess Arnex;
+    const ArnexRun R = Arnex.Run({"-exec", "File.Exit", "-exec", "Util.Log never"});
+    ASSERT_TRUE(R.Finished) << "File.Exit ends the program without -quit";
+    EXPECT_EQ(R.ExitCode, 0);
+    EXPECT_EQ(R.Lines, QStringList({"File.Exit();"}));
+}
+
+TEST(Startup, StaleSettingsVanishAndJunkDoesNoHarm) {
+    ArnexProcess Arnex;
+    QDir().mkpath(Arnex.ConfigHome() + "/Tolvek");
+    {
+        QSettings Store(Arnex.SettingsFile(), QSettings::IniFormat);
+        Store.setValue("AppData/OldVersion/Obsolete", 42);
+        Store.setValue("AppData/MainWindow/Geometry", QByteArray("not a geometry"));
+    }
+    ArnexRun R = Arnex.Exec({"Util.Log ok"});
+    EXPECT_EQ(R.ExitCode, 0);
+    {
+        QSettings Store(Arnex.SettingsFile(), QSettings::IniFormat);
+        EXPECT_FALSE(Store.contains("AppData/OldVersion/Obsolete"));
+        EXPECT_EQ(Store.value("AppData/MainWindow/Version").toString(), "V2.60h");
+    }
+
+    QFile Junk(Arnex.SettingsFile());
+    ASSERT_TRUE(Junk.open(QIODevice::WriteOnly));
+    Junk.write(QByteArray("\x00\xff[[[=\n\x01\x02junk=\\", 16).repeated(500));
+    Junk.close();
+    R = Arnex.Exec({"Util.Log ok"});
+    EXPECT_EQ(R.ExitCode, 0);
+    EXPECT_EQ(R.Lines.last(), "ok");
+}
+
+TEST(Startup, BadLogPathsAndHugeLines) {
+    ArnexProcess Arnex;
+    const QString Huge = "Util.Log (\"" + QString(100000, 'z') + "\")";
+    const ArnexRun R = Arnex.Exec({Huge, QString(100000, 'q'), "Util.Log end"},
+                                  {"-logfile", "/nonexistent/dir/arnex.log", "-loginterval", "abc"});
+    ASSERT_TRUE(R.Finished);
+    EXPECT_EQ(R.ExitCode, 1) << "the unknown 100000-character line is an error";
+    EXPECT_EQ(R.Lines.last(), "end");
+    for (const QString& Line : R.Lines) {
+        EXPECT_LE(Line.toUtf8().size(), 1000);
+    }
+}
+
+TEST(Startup, LogFileReceivesTheLog) {
+    ArnexProcess Arnex;
+    const QString Log = Arnex.TempPath("arnex.log");
+    const ArnexRun R = Arnex.Exec({"Util.Log (\"into the file\")"}, {"-logfile", Log, "-loginterval", "1"});
+    EXPECT_EQ(R.ExitCode, 0);
+    QFile F(Log);
+    ASSERT_TRUE(F.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(F.readAll().contains(" i  Into the file\n"));
+}
+
+TEST(Startup, AbsurdCommandLines) {
+    ArnexProcess Arnex;
+    QStringList Args;
+    for (int i = 0; i < 500; ++i) {
+        Args << "-device"
+             << "---"
+             << "-select"
+             << "usb="
+             << "-usb"
+             << "x.tvproj.nothere";
+    }
+    const ArnexRun R = Arnex.Exec({"Util.Log alive"}, Args);
+    ASSERT_TRUE(R.Finished);
+    EXPECT_EQ(R.Lines.last(), "alive");
+}
+
+} // namespace

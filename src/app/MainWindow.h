@@ -40,6 +40,13 @@ public:
     void UpdateTitle();
     QStringList GetRecentProjects() const { return m_RecentProjects; }
 
+    /// Opens a file by its type: a project, a program or data file, or a source document.
+    void OpenFile(const QString& Path);
+    /// Opens a project file; false when it could not be opened.
+    bool OpenProject(const QString& Path);
+    /// Opens a program or data file (ELF, Intel Hex, Motorola S-record, binary).
+    bool OpenDataFile(const QString& Path);
+
 signals:
     void InitComplete();
     /// Emitted once the start-up decision has been taken and the command line applied.
@@ -52,6 +59,7 @@ public slots:
     void OnTabBarUpdateTimerTimeout();
 
     // Commands of this window.
+    void OnActionFileOpenTriggered();
     void OnActionFileExitTriggered();
     void OnActionEditCopyTriggered();
     void OnActionHelpAboutTriggered();

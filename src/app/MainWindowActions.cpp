@@ -184,6 +184,7 @@ void CMainWindow::ConnectCommands() {
         U32 Id;
         void (CMainWindow::*Slot)();
     } Slots[] = {
+        {2, &CMainWindow::OnActionFileOpenTriggered},
         {14, &CMainWindow::OnActionFileExitTriggered},
         {15, &CMainWindow::OnActionEditCopyTriggered},
         {53, &CMainWindow::OnActionHelpAboutTriggered},

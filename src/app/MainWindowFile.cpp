@@ -1,0 +1,72 @@
+// File.Open and the way from a file name to what opens it.
+
+#include "app/MainWindow.h"
+
+#include "app/core/CommandTable.h"
+#include "app/core/Log.h"
+#include "app/core/Paths.h"
+
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+namespace {
+
+constexpr U32 CMD_FILE_OPEN = 2;
+
+bool MatchesAny(const QString& Name, const char* Patterns) {
+    for (const QString& P : QString::fromLatin1(Patterns).split(QLatin1Char(' '))) {
+        const QRegularExpression Re(QRegularExpression::wildcardToRegularExpression(P),
+                                    QRegularExpression::CaseInsensitiveOption);
+        if (Re.match(Name).hasMatch()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+void CMainWindow::OnActionFileOpenTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_FILE_OPEN, 0)) {
+        return;
+    }
+    QString Path;
+    const QStringList Args = Commands::GetCommandArgs(CMD_FILE_OPEN);
+    if (Args.isEmpty()) {
+        Path =
+            QFileDialog::getOpenFileName(this, QStringLiteral("Open File"), m_DefaultDirOpen,
+                                         QStringLiteral("Projects and programs (*.tvproj *.elf *.axf *.out "
+                                                        "*.hex *.mot *.srec *.bin);;All files (*)"));
+        if (Path.isEmpty()) {
+            Commands::SetCommandDone(CMD_FILE_OPEN);
+            return;
+        }
+        Commands::SetDisplayArgs(CMD_FILE_OPEN, {Path});
+    } else {
+        Path = Paths::ExpandPath(Args.first());
+    }
+    if (!QFileInfo(Path).isFile()) {
+        Commands::SetCommandError(CMD_FILE_OPEN, QStringLiteral("file not found"));
+        return;
+    }
+    m_DefaultDirOpen = QFileInfo(Path).absolutePath();
+    OpenFile(Path);
+}
+
+void CMainWindow::OpenFile(const QString& Path) {
+    if (Path.isEmpty() || !QFileInfo(Path).isFile()) {
+        return;
+    }
+    const QString Name = QFileInfo(Path).fileName();
+    if (MatchesAny(Name, "*.tvproj")) {
+        OpenProject(Path);
+    } else if (MatchesAny(Name, "*.h *.c *.hpp *.cpp *.s")) {
+        LogErrorMsg(QStringLiteral("Source documents cannot be opened yet: ") + Path);
+    } else if (MatchesAny(Name, "*.bin *.mot *.srec *.hex *.elf *.out *.axf") ||
+               QFileInfo(Path).suffix().isEmpty()) {
+        OpenDataFile(Path);
+    } else {
+        LogErrorMsg(QStringLiteral("Source documents cannot be opened yet: ") + Path);
+    }
+}

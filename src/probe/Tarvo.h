@@ -172,6 +172,29 @@ int TARVO_WriteMemZonedEx(U32 Addr, U32 NumBytes, const void* pData, U32 Width,
 int TARVO_WriteZonedU16(U32 Addr, U16 Data, const char* sZone); /* 0 on success */
 int TARVO_WriteZonedU32(U32 Addr, U32 Data, const char* sZone); /* 0 on success */
 
+/* ---------- core registers ----------
+ * By the index below, the core plug-in's way to the registers: the library maps each index to the target's
+ * own register numbers (a GDB server's target description, or the registers of the emulated board). */
+enum TARVO_ARM_REGS {
+    TARVO_REG_R0 = 0, /* R0 to R12 are 0 to 12 */
+    TARVO_REG_SP = 13,
+    TARVO_REG_LR = 14,
+    TARVO_REG_PC = 15,
+    TARVO_REG_XPSR = 16,
+    TARVO_REG_MSP = 17,
+    TARVO_REG_PSP = 18,
+    TARVO_REG_PRIMASK = 19,
+    TARVO_REG_BASEPRI = 20,
+    TARVO_REG_FAULTMASK = 21,
+    TARVO_REG_CONTROL = 22,
+    TARVO_REG_FPSCR = 23,
+    TARVO_REG_S0 = 32, /* S0 to S31 are 32 to 63 */
+    TARVO_REG_COUNT = 64
+};
+int TARVOARM_ReadReg(U32 RegIndex, U64* pValue);                              /* 0 ok, <0 failure */
+int TARVOARM_WriteReg(U32 RegIndex, U64 Value);                               /* 0 ok, <0 failure */
+int TARVOARM_ReadRegs(const U32* paRegIndex, U64* paValue, U8* paStatus, U32 NumRegs); /* 0 ok; status 0 = read */
+
 /* ---------- breakpoints ---------- */
 int TARVOARM_FindBP(U32 Addr);            /* handle, 0 = none */
 int TARVOARM_SetBPEx(U32 Addr, U32 Type); /* handle, 0 = failure; Type = pluginMode | mask */

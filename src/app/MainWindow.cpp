@@ -5,9 +5,12 @@
 #include "app/core/Automation.h"
 #include "app/core/CmdLineArgs.h"
 #include "app/core/CommandTable.h"
+#include "app/core/Fonts.h"
 #include "app/core/Log.h"
 #include "app/core/Paths.h"
+#include "app/core/Preferences.h"
 #include "app/core/Settings.h"
+#include "app/core/SysVars.h"
 #include "app/core/Version.h"
 #include "views/ConsoleWindow.h"
 #include "views/DockWindow.h"
@@ -90,13 +93,21 @@ CMainWindow::CMainWindow() : CWindow(QStringLiteral("MainWindow")) {
     setLocale(QLocale::c());
 
     // Hotkeys work without a menu only for actions added to the window.
+    Commands::BindActions(this);
     addActions(m_Actions.values());
     setWindowIcon(MagnifierIcon());
+
+    SysVars::ResetAll();
+    Preferences::LoadPreferences();
+    // Never survives a start.
+    SysVars::SetVarValue(SysVars::GetVarRow(PREF_RESET_DIALOG_DNSA), 0, true);
+    Preferences::LoadColorsAndFonts();
 
     CreateDebugWindows();
     CreateTimers();
     ConnectCommands();
-    Commands::BindActions(this);
+    ApplyGUIFontsToDebugWindows();
+    ApplyUserPreferencesToDebugWindows();
 
     LoadWindowSettings();
     RestorePerspective();
@@ -137,7 +148,10 @@ void CMainWindow::CreateDebugWindows() {
     AddDebugWindow(m_Console, QStringLiteral("Console"), Qt::BottomDockWidgetArea);
     for (CWindow* W : m_DebugWindows) {
         Commands::BindActions(W);
+        m_Console->AddCommandListener(W);
     }
+    // The Console reports the commands of every window, the main window's from the start.
+    m_Console->AddCommandListener(this);
 }
 
 void CMainWindow::CreateTimers() {
@@ -365,7 +379,7 @@ void CMainWindow::OnWindowShown() {
                    .toInt() != 0) {
         RunStartupCommand(2, m_RecentProjects.first());
     } else {
-        CWelcomeScreen Welcome(m_RecentProjects, QApplication::font(), this);
+        CWelcomeScreen Welcome(m_RecentProjects, Fonts::GetFont(FONT_APP), this);
         Welcome.exec();
         switch (Welcome.GetResult()) {
         case CWelcomeScreen::NEW_PROJECT:
@@ -434,6 +448,9 @@ void CMainWindow::closeEvent(QCloseEvent* Event) {
     m_Closing = true;
     m_TabBarUpdateTimer->stop();
     SaveWindowSettings();
+    Preferences::SaveColorsAndFonts();
+    Preferences::SavePreferences();
+    SysVars::ResetAll();
     if (m_Console) {
         // Unattended runs must see every line before the window goes.
         m_Console->Drain();

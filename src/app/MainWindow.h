@@ -49,6 +49,9 @@ public:
 
 signals:
     void InitComplete();
+    /// A system variable (id below 33) or a user preference was changed through its command.
+    void SysVarEdited(int Id, I64 Value);
+    void UserPreferenceEdited(int Id, I64 Value);
     /// Emitted once the start-up decision has been taken and the command line applied.
     void StartupDone();
 
@@ -57,6 +60,12 @@ public slots:
     bool CreateProjectFromCmdLine();
     void ApplyCmdLine() { CreateProjectFromCmdLine(); }
     void OnTabBarUpdateTimerTimeout();
+    void OnSysVarChanged(int Id, I64 Value);
+    void OnUserPreferenceChanged(int Id, I64 Value);
+    void ApplyGUIFontsToDebugWindows();
+    void ApplyUserPreferencesToDebugWindows();
+    /// Tells every window of a colour change.
+    void ApplyColorToDebugWindows(int Id);
 
     // Commands of this window.
     void OnActionFileOpenTriggered();
@@ -76,6 +85,14 @@ public slots:
     void OnActionWindowUndockTriggered();
     void OnActionToolbarShowTriggered();
     void OnActionToolbarCloseTriggered();
+    void OnActionEditSysVarTriggered();
+    void OnActionEditPreferenceTriggered();
+    void OnActionEditColorTriggered();
+    void OnActionEditFontTriggered();
+    void OnActionToolsPreferencesTriggered();
+    void OnActionToolsSysVarsTriggered();
+    void OnActionDebugSetResetModeTriggered();
+    void OnActionDebugSetConnectModeTriggered();
 
 protected:
     bool eventFilter(QObject* Watched, QEvent* Event) override;
@@ -107,6 +124,14 @@ private:
     void UpdateFullScreenText();
     /// The debug window that has the keyboard focus, or null.
     CWindow* FocusedDebugWindow() const;
+    void OnSysVarResetModeChanged(I64 Value);
+    void OnSysVarConnectModeChanged(I64 Value);
+    void OnSysVarTracePortDelayChanged(int Id, I64 Value);
+    void OnSysVarTraceTimestampsChanged(I64 Value);
+    void OnPreferenceTimestampFormatChanged(int Id, I64 Value);
+    /// Shows a mode on its tool button: icon, tool tip with the shortcut and status tip of the mode's action.
+    void ShowModeOnButton(QToolButton* Button, QAction* ModeAction, QAction* Command);
+    void ConnectModeActions();
 
     QMap<U32, QAction*> m_Actions;
     CConsoleWindow* m_Console = nullptr;
@@ -117,6 +142,8 @@ private:
     QToolButton* m_ResetButton = nullptr;
     QTimer* m_TabBarUpdateTimer = nullptr;
     QTimer* m_WindowShownTimer = nullptr;
+    I64 m_ResetMode = 1;
+    I64 m_ConnectMode = 0;
     QStringList m_RecentProjects;
     QStringList m_RecentPrograms;
     QString m_DefaultDirOpen;

@@ -156,7 +156,15 @@ void CMainWindow::CreateToolBars() {
     QToolBar* Debug = FindToolBar(QStringLiteral("Debug"));
     m_StartButton = new QToolButton(Debug);
     m_StartButton->setObjectName(QStringLiteral("toolButtonDebugStart"));
-    m_StartButton->setDefaultAction(Action(30));
+    // The buttons show the chosen mode, so they follow their command only in what they run and whether
+    // they are enabled.
+    auto Follow = [](QToolButton* Button, QAction* Command) {
+        connect(Button, &QToolButton::clicked, Command, &QAction::trigger);
+        connect(Command, &QAction::changed, Button,
+                [Button, Command]() { Button->setEnabled(Command->isEnabled()); });
+        Button->setEnabled(Command->isEnabled());
+    };
+    Follow(m_StartButton, Action(30));
     m_StartButton->setStatusTip(QStringLiteral("Start Debugging"));
     m_StartButton->setPopupMode(QToolButton::MenuButtonPopup);
     m_StartButton->setMaximumHeight(20 + 2 * m_StartButton->style()->pixelMetric(QStyle::PM_ButtonMargin));
@@ -170,7 +178,7 @@ void CMainWindow::CreateToolBars() {
     Debug->addSeparator();
     m_ResetButton = new QToolButton(Debug);
     m_ResetButton->setObjectName(QStringLiteral("toolButtonDebugReset"));
-    m_ResetButton->setDefaultAction(Action(37));
+    Follow(m_ResetButton, Action(37));
     m_ResetButton->setStatusTip(QStringLiteral("Resets the Program"));
     m_ResetButton->setPopupMode(QToolButton::MenuButtonPopup);
     auto* ResetMenu = new QMenu(m_ResetButton);
@@ -187,6 +195,14 @@ void CMainWindow::ConnectCommands() {
         {2, &CMainWindow::OnActionFileOpenTriggered},
         {14, &CMainWindow::OnActionFileExitTriggered},
         {15, &CMainWindow::OnActionEditCopyTriggered},
+        {16, &CMainWindow::OnActionEditPreferenceTriggered},
+        {17, &CMainWindow::OnActionEditSysVarTriggered},
+        {18, &CMainWindow::OnActionEditColorTriggered},
+        {19, &CMainWindow::OnActionEditFontTriggered},
+        {28, &CMainWindow::OnActionToolsPreferencesTriggered},
+        {29, &CMainWindow::OnActionToolsSysVarsTriggered},
+        {44, &CMainWindow::OnActionDebugSetResetModeTriggered},
+        {45, &CMainWindow::OnActionDebugSetConnectModeTriggered},
         {53, &CMainWindow::OnActionHelpAboutTriggered},
         {55, &CMainWindow::OnActionHelpCommandsTriggered},
         {56, &CMainWindow::OnActionUtilSleepTriggered},
@@ -239,5 +255,8 @@ void CMainWindow::ConnectCommands() {
         connect(Bar, &QToolBar::visibilityChanged, A, [A, Bar]() { A->setChecked(!Bar->isHidden()); });
         Commands::SetActionEnabled(A, true);
     }
+    ConnectModeActions();
+    connect(this, &CMainWindow::SysVarEdited, this, &CMainWindow::OnSysVarChanged);
+    connect(this, &CMainWindow::UserPreferenceEdited, this, &CMainWindow::OnUserPreferenceChanged);
     UpdateFullScreenText();
 }

@@ -4,7 +4,9 @@
 #include "app/core/Colors.h"
 #include "app/core/CommandTable.h"
 #include "app/core/ConsoleRing.h"
+#include "app/core/Fonts.h"
 #include "app/core/Log.h"
+#include "app/core/SysVars.h"
 
 #include <QAction>
 #include <QFontDatabase>
@@ -26,6 +28,9 @@ constexpr int UPDATE_INTERVAL_MS = 100;
 constexpr int MESSAGES_PER_UPDATE = 100;
 // Bounds the memory of a long session; both panes trim in step because they hold the same lines.
 constexpr int MAX_LINES = 200000;
+// Text keeps the colour it was printed in by table id, so that a colour change reaches shown lines too.
+constexpr int COLOR_ID_PROPERTY = QTextFormat::UserProperty + 1;
+constexpr int PALETTE_TEXT_ID = -2;
 
 QPlainTextEdit* MakePane(QWidget* Parent, const QString& Name) {
     auto* Pane = new QPlainTextEdit(Parent);
@@ -66,9 +71,8 @@ CConsoleWindow::CConsoleWindow(QWidget* Parent) : CWindow(QStringLiteral("Consol
     Layout->addWidget(m_Input);
     setCentralWidget(Central);
 
-    const QFont Mono = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    m_Text->setFont(Mono);
-    m_TimeStamps->setFont(Mono);
+    m_Text->setFont(Fonts::GetFont(FONT_CONSOLE));
+    m_TimeStamps->setFont(Fonts::GetFont(FONT_CONSOLE));
 
     // The panes scroll together.
     connect(m_Text->verticalScrollBar(), &QScrollBar::valueChanged, m_TimeStamps->verticalScrollBar(),
@@ -97,7 +101,7 @@ CConsoleWindow::CConsoleWindow(QWidget* Parent) : CWindow(QStringLiteral("Consol
     connect(m_TimeStamps, &QWidget::customContextMenuRequested, this,
             &CConsoleWindow::OnSidebarContextMenuRequested);
 
-    SetSidebarVisible(false);
+    SetSidebarVisible(SysVars::GetVarValue(PREF_SHOW_TIMESTAMPS_CONSOLE) != 0);
     AddCommandListener(this);
 
     ConsoleRing::RestartClock();
@@ -149,15 +153,18 @@ int CConsoleWindow::TakeMessages(int Max) {
 
 void CConsoleWindow::ShowMessage(const CConsoleMsg& Msg) {
     const QString Text = QString::fromUtf8(Msg.Text);
-    QColor Color;
-    if (Msg.ColorIndex != -1) {
-        Color = GetColor(Msg.ColorIndex);
-    } else {
-        Color = ResolveColor(Msg.ColorRGBA);
-    }
-
     QTextCharFormat Format;
-    Format.setForeground(Color);
+    if (Msg.ColorIndex != -1) {
+        Format.setForeground(GetColor(Msg.ColorIndex));
+        if (Msg.ColorIndex >= 0 && Msg.ColorIndex < COLOR_COUNT) {
+            Format.setProperty(COLOR_ID_PROPERTY, Msg.ColorIndex);
+        }
+    } else {
+        Format.setForeground(ResolveColor(Msg.ColorRGBA));
+        if (Msg.ColorRGBA == COLOR_VALUE_TRANSPARENT) {
+            Format.setProperty(COLOR_ID_PROPERTY, PALETTE_TEXT_ID);
+        }
+    }
     if (static_cast<bool>(Msg.Bold) != m_Bold) {
         m_Bold = Msg.Bold;
     }
@@ -227,10 +234,51 @@ void CConsoleWindow::Clear() {
 }
 
 void CConsoleWindow::SetFont(int Id, const QFont& Font) {
-    if (Id == 8) { // the Console's own font
+    if (Id == FONT_CONSOLE) {
         m_Text->setFont(Font);
         m_TimeStamps->setFont(Font);
         ResizeSidebarToOptWidth();
+    }
+}
+
+void CConsoleWindow::SetColor(int Id, const QColor&) {
+    Recolor(Id);
+}
+
+void CConsoleWindow::SetPreference(int Id, I64 Value) {
+    if (Id == PREF_SHOW_TIMESTAMPS_CONSOLE) {
+        SetSidebarVisible(Value != 0);
+    }
+}
+
+void CConsoleWindow::changeEvent(QEvent* Event) {
+    // Symbolic colours follow the palette.
+    if (Event->type() == QEvent::PaletteChange) {
+        Recolor(PALETTE_TEXT_ID);
+        for (int Id = 0; Id < COLOR_COUNT; ++Id) {
+            if (GetColorValue(Id) >= SYMCOLOR_BASE && GetColorValue(Id) <= SYMCOLOR_BASE_DARK) {
+                Recolor(Id);
+            }
+        }
+    }
+    CWindow::changeEvent(Event);
+}
+
+void CConsoleWindow::Recolor(int Id) {
+    const QColor Color = Id == PALETTE_TEXT_ID ? ResolveColor(COLOR_VALUE_TRANSPARENT) : GetColor(Id);
+    QTextCursor Cursor(m_Text->document());
+    for (QTextBlock Block = m_Text->document()->begin(); Block.isValid(); Block = Block.next()) {
+        for (auto It = Block.begin(); !It.atEnd(); ++It) {
+            const QTextFragment Fragment = It.fragment();
+            QTextCharFormat Format = Fragment.charFormat();
+            if (!Format.hasProperty(COLOR_ID_PROPERTY) || Format.intProperty(COLOR_ID_PROPERTY) != Id) {
+                continue;
+            }
+            Format.setForeground(Color);
+            Cursor.setPosition(Fragment.position());
+            Cursor.setPosition(Fragment.position() + Fragment.length(), QTextCursor::KeepAnchor);
+            Cursor.setCharFormat(Format);
+        }
     }
 }
 

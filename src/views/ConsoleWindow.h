@@ -42,7 +42,9 @@ public:
 public slots:
     void Update();
     void Clear() override;
-    void SetFont(int Id, const QFont& Font);
+    void SetFont(int Id, const QFont& Font) override;
+    void SetColor(int Id, const QColor& Color) override;
+    void SetPreference(int Id, I64 Value) override;
     void SetLogFile(const QString& Path);
     void SetSidebarVisible(bool Visible);
     int ExecuteCommand(const QString& Text);
@@ -60,6 +62,7 @@ public slots:
 
 protected:
     bool eventFilter(QObject* Watched, QEvent* Event) override;
+    void changeEvent(QEvent* Event) override;
 
 private slots:
     void OnEditorContextMenuRequested(const QPoint& Pos);
@@ -70,6 +73,8 @@ private:
     int TakeMessages(int Max);
     void ShowMessage(const CConsoleMsg& Msg);
     void OnInputFieldKeyPressed(QKeyEvent* Event);
+    /// Gives the text shown in table colour Id (or in the palette's text colour, Id -2) its current colour.
+    void Recolor(int Id);
 
     QPlainTextEdit* m_Text = nullptr;
     QPlainTextEdit* m_TimeStamps = nullptr;

@@ -70,7 +70,8 @@ void Inform(QWidget* Parent, QMessageBox::Icon Icon, const QString& Title, const
 
 int Exec(QDialog* Dialog, int DefaultResult) {
     if (Automation::IsActive()) {
-        LogUnattended(Dialog->windowTitle(), QStringLiteral("dialog"), QString::number(DefaultResult));
+        PrintConsole(QStringLiteral("[%1] dialog not shown while unattended").arg(Dialog->windowTitle()),
+                     COLOR_LOGGING_USER);
         return DefaultResult;
     }
     return Dialog->exec();

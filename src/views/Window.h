@@ -41,6 +41,21 @@ public:
     virtual bool IsMatched(const QString& Text) const;
     virtual void Clear() {}
     virtual void Repaint() { update(); }
+    /// A font of the font table changed.
+    virtual void SetFont(int Id, const QFont& Font) {
+        Q_UNUSED(Id);
+        Q_UNUSED(Font);
+    }
+    /// A colour of the colour table changed (or the palette behind a symbolic one).
+    virtual void SetColor(int Id, const QColor& Color) {
+        Q_UNUSED(Id);
+        Q_UNUSED(Color);
+    }
+    /// A user preference changed.
+    virtual void SetPreference(int Id, I64 Value) {
+        Q_UNUSED(Id);
+        Q_UNUSED(Value);
+    }
     virtual bool IsOpen() const;
     virtual bool IsVisible() const;
 

@@ -154,3 +154,44 @@ TEST(Startup, AbsurdCommandLines) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(Preferences, KeptPreferencesSurviveARestart) {
+    ArnexProcess Arnex;
+    ArnexRun R = Arnex.Exec(
+        {"Edit.Preference (PREF_MAX_SYMBOL_MEMBERS, 1000, 1, 1)", "Edit.Preference (PREF_SHOW_TOOLTIPS, 0)",
+         "Edit.Preference (PREF_RESET_DIALOG_DNSA, 1, 1, 1)", "Edit.Color (COLOR_SYNTAX_TEXT, \"#102030\")"});
+    ASSERT_EQ(R.ExitCode, 0) << R.Lines.join('\n').toStdString();
+    {
+        QSettings Store(Arnex.SettingsFile(), QSettings::IniFormat);
+        EXPECT_EQ(Store.value("AppData/Preferences/Preferences/PREF_MAX_SYMBOL_MEMBERS").toString(), "1000");
+        EXPECT_EQ(Store.value("AppData/Preferences/Preferences/PREF_SHOW_TOOLTIPS").toString(), "1")
+            << "not kept without the store flag";
+        EXPECT_EQ(Store.value("AppData/Preferences/Colors/COLOR_SYNTAX_TEXT").toString(), "#102030");
+        EXPECT_FALSE(Store.contains("AppData/Preferences/Colors/COLOR_LOGGING_USER"));
+    }
+    R = Arnex.Exec({"Util.Log again"});
+    ASSERT_EQ(R.ExitCode, 0);
+    QSettings Store(Arnex.SettingsFile(), QSettings::IniFormat);
+    EXPECT_EQ(Store.value("AppData/Preferences/Preferences/PREF_MAX_SYMBOL_MEMBERS").toString(), "1000")
+        << "loaded and written back";
+    EXPECT_EQ(Store.value("AppData/Preferences/Preferences/PREF_RESET_DIALOG_DNSA").toString(), "0")
+        << "cleared at every start";
+    EXPECT_EQ(Store.value("AppData/Preferences/Colors/COLOR_SYNTAX_TEXT").toString(), "#102030");
+}
+
+TEST(Preferences, VariableErrorsInTheirWords) {
+    ArnexProcess Arnex;
+    const ArnexRun R = Arnex.Exec({"Edit.SysVar (\"VAR_NOPE\", 1)", "Edit.Preference (999, 1)",
+                                   "Edit.SysVar (VAR_ACCESS_WIDTH, Dword)", "Edit.Color (NOPE, \"#000000\")",
+                                   "Edit.Font (FONT_NOPE, \"Sans,9\")"});
+    EXPECT_EQ(R.ExitCode, 1);
+    EXPECT_EQ(R.Lines, QStringList({"Edit.SysVar (VAR_NOPE, 1); unknown system variable",
+                                    "Edit.Preference (999, 1); unknown preference",
+                                    "Edit.SysVar (VAR_ACCESS_WIDTH, Dword); invalid parameter",
+                                    "Edit.Color (NOPE, \"#000000\"); unknown color",
+                                    "Edit.Font (FONT_NOPE, \"Sans,9\"); unknown font"}));
+}
+
+} // namespace

@@ -544,10 +544,11 @@ void ReportCommandPerformed(QAction* Action) {
         ClearCommandState(Id);
         return;
     }
-    if ((Flags & CF_ECHO_AFTER) && (Flags & CF_ECHO)) {
+    // A failing command writes one line: its error, not an echo as well.
+    const QString Error = GetCommandError(Id);
+    if ((Flags & CF_ECHO_AFTER) && (Flags & CF_ECHO) && Error.isEmpty()) {
         PrintConsole(Text, COLOR_LOGGING_USER);
     }
-    const QString Error = GetCommandError(Id);
     if (!Error.isEmpty()) {
         CountError();
         PrintConsole(Text + QLatin1Char(' ') + Error, COLOR_LOGGING_ERROR);

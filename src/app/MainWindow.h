@@ -2,11 +2,14 @@
 
 #include "views/Window.h"
 
+#include <QDateTime>
+#include <QElapsedTimer>
 #include <QList>
 #include <QMap>
 #include <QStringList>
 
 class CConsoleWindow;
+class CProgramLoader;
 class CDockWindow;
 class CStatusBar;
 class QCloseEvent;
@@ -76,6 +79,12 @@ public slots:
     void OnActionWindowUndockTriggered();
     void OnActionToolbarShowTriggered();
     void OnActionToolbarCloseTriggered();
+    void OnActionElfGetBaseAddrTriggered();
+    void OnActionElfGetEntryPointPCTriggered();
+    void OnActionElfGetEndianessTriggered();
+
+    /// The program file has been read; Path is empty when reading failed.
+    void OnDataFileOpened(const QString& Path);
 
 protected:
     bool eventFilter(QObject* Watched, QEvent* Event) override;
@@ -108,6 +117,15 @@ private:
     /// The debug window that has the keyboard focus, or null.
     CWindow* FocusedDebugWindow() const;
 
+    // Opening program files (MainWindowProgram.cpp).
+    bool OpenElfDataFile(const QString& Path);
+    bool OpenBinDataFile(const QString& Path);
+    bool OpenOtherDataFile(const QString& Path);
+    /// Runs the loader worker and waits for it with the GUI alive; true if the program was read.
+    bool LoadProgramFile(const QString& Path);
+    void OnProgramLoaderFinished(const QString& Path, int Result);
+    void StoreProgramData(const QString& Path);
+
     QMap<U32, QAction*> m_Actions;
     CConsoleWindow* m_Console = nullptr;
     QList<CWindow*> m_DebugWindows;
@@ -124,4 +142,9 @@ private:
     bool m_FirstPaintSeen = false;
     bool m_InitComplete = false;
     bool m_Closing = false;
+    CProgramLoader* m_ProgramLoader = nullptr;
+    QString m_ProgramPath;
+    QDateTime m_ProgramFileTime;
+    QElapsedTimer m_LoadTime;
+    bool m_WaitCursor = false;
 };

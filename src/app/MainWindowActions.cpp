@@ -201,6 +201,9 @@ void CMainWindow::ConnectCommands() {
         {94, &CMainWindow::OnActionWindowShowFullScreenTriggered},
         {95, &CMainWindow::OnActionToolbarShowTriggered},
         {96, &CMainWindow::OnActionToolbarCloseTriggered},
+        {196, &CMainWindow::OnActionElfGetBaseAddrTriggered},
+        {197, &CMainWindow::OnActionElfGetEntryPointPCTriggered},
+        {200, &CMainWindow::OnActionElfGetEndianessTriggered},
     };
     for (const auto& S : Slots) {
         ConnectAction(Action(S.Id), this, S.Slot);

@@ -127,6 +127,16 @@ int ReadHeader(ELF_FILE* File) {
 
 int ReadProgramHeaders(ELF_FILE* File) {
     const ELF32_EHDR& H = File->Header;
+    // Entries shorter than a header would overlap; with them a small file could claim a large table.
+    if (H.e_phnum != 0 && H.e_phentsize < PHDR_SIZE) {
+        ELF_ReportError(ELF_ERR_READ, QStringLiteral("program header entries are shorter than 32 bytes"));
+        return -1;
+    }
+    if (H.e_phnum != 0 &&
+        !InFile(File, H.e_phoff + static_cast<U64>(H.e_phnum - 1) * H.e_phentsize, PHDR_SIZE)) {
+        ELF_ReportError(ELF_ERR_READ, QStringLiteral("the program headers lie outside the file"));
+        return -1;
+    }
     File->Segments.resize(H.e_phnum);
     for (U32 i = 0; i < H.e_phnum; ++i) {
         const U64 Offset = H.e_phoff + static_cast<U64>(i) * H.e_phentsize;
@@ -148,6 +158,15 @@ int ReadProgramHeaders(ELF_FILE* File) {
 
 int ReadSectionHeaders(ELF_FILE* File) {
     const ELF32_EHDR& H = File->Header;
+    if (H.e_shnum != 0 && H.e_shentsize < SHDR_SIZE) {
+        ELF_ReportError(ELF_ERR_READ, QStringLiteral("section header entries are shorter than 40 bytes"));
+        return -1;
+    }
+    if (H.e_shnum != 0 &&
+        !InFile(File, H.e_shoff + static_cast<U64>(H.e_shnum - 1) * H.e_shentsize, SHDR_SIZE)) {
+        ELF_ReportError(ELF_ERR_READ, QStringLiteral("the section headers lie outside the file"));
+        return -1;
+    }
     File->Sections.resize(H.e_shnum);
     for (U32 i = 0; i < H.e_shnum; ++i) {
         const U64 Offset = H.e_shoff + static_cast<U64>(i) * H.e_shentsize;

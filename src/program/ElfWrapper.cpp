@@ -133,6 +133,7 @@ CProgramLoader::CProgramLoader(QObject* Parent) : QObject(Parent) {}
 
 CProgramLoader::~CProgramLoader() {
     Wait();
+    delete m_Thread;
 }
 
 bool CProgramLoader::Start(const QString& Path) {
@@ -143,10 +144,15 @@ bool CProgramLoader::Start(const QString& Path) {
         m_Thread->wait();
         delete m_Thread;
     }
+    m_Done = false;
     m_Thread = QThread::create([this, Path]() {
-        QMutexLocker LoadLock(&ELF_GetLoadMutex());
-        QMutexLocker DataLock(&ELF_GetDataMutex());
-        const int Result = ELF_Load(Path);
+        int Result = -1;
+        {
+            QMutexLocker LoadLock(&ELF_GetLoadMutex());
+            QMutexLocker DataLock(&ELF_GetDataMutex());
+            Result = ELF_Load(Path);
+        }
+        m_Done = true;
         emit Finished(Path, Result);
     });
     m_Thread->setObjectName(QStringLiteral("ProgramLoader"));
@@ -155,7 +161,7 @@ bool CProgramLoader::Start(const QString& Path) {
 }
 
 bool CProgramLoader::IsRunning() const {
-    return m_Thread && !m_Thread->isFinished();
+    return !m_Done;
 }
 
 void CProgramLoader::Wait() {

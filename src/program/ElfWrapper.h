@@ -8,6 +8,8 @@
 #include <QRecursiveMutex>
 #include <QString>
 
+#include <atomic>
+
 class QThread;
 
 /// The recursive mutex around every access to the program data. Any thread.
@@ -57,4 +59,6 @@ signals:
 
 private:
     QThread* m_Thread = nullptr;
+    /// Set by the thread once its report is on its way; the thread may still be winding down.
+    std::atomic<bool> m_Done{true};
 };

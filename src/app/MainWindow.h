@@ -82,6 +82,7 @@ public slots:
     void OnActionElfGetBaseAddrTriggered();
     void OnActionElfGetEntryPointPCTriggered();
     void OnActionElfGetEndianessTriggered();
+    void OnActionProjectRelocateSymbolsTriggered();
 
     /// The program file has been read; Path is empty when reading failed.
     void OnDataFileOpened(const QString& Path);

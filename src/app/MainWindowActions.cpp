@@ -204,6 +204,7 @@ void CMainWindow::ConnectCommands() {
         {196, &CMainWindow::OnActionElfGetBaseAddrTriggered},
         {197, &CMainWindow::OnActionElfGetEntryPointPCTriggered},
         {200, &CMainWindow::OnActionElfGetEndianessTriggered},
+        {122, &CMainWindow::OnActionProjectRelocateSymbolsTriggered},
     };
     for (const auto& S : Slots) {
         ConnectAction(Action(S.Id), this, S.Slot);

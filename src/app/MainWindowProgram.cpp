@@ -6,7 +6,9 @@
 #include "app/core/Catalogue.h"
 #include "app/core/CommandTable.h"
 #include "app/core/Log.h"
+#include "app/core/Numbers.h"
 #include "app/core/Paths.h"
+#include "app/core/ScriptConstants.h"
 #include "program/ElfWrapper.h"
 #include "program/FileKinds.h"
 #include "program/FileWorker.h"
@@ -19,6 +21,7 @@ namespace {
 
 enum COMMAND_IDS : U32 {
     CMD_DEBUG_DOWNLOAD = 34,
+    CMD_PROJECT_RELOCATE_SYMBOLS = 122,
     CMD_ELF_GET_BASE_ADDR = 196,
     CMD_ELF_GET_ENTRY_POINT_PC = 197,
     CMD_ELF_GET_ENDIANESS = 200,
@@ -166,4 +169,29 @@ void CMainWindow::OnActionElfGetEndianessTriggered() {
     const int Order = ELF_GetEndianess();
     Commands::SetCommandResult(CMD_ELF_GET_ENDIANESS, Order);
     PrintConsole(QString::number(Order));
+}
+
+void CMainWindow::OnActionProjectRelocateSymbolsTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_PROJECT_RELOCATE_SYMBOLS)) {
+        return;
+    }
+    const QStringList Args = Commands::GetCommandArgs(CMD_PROJECT_RELOCATE_SYMBOLS);
+    I64 Offset = 0;
+    if (const SCRIPT_CONST* C = ScriptConstants::Lookup(Args[1])) {
+        Offset = C->Value;
+    } else if (!Numbers::ParseInteger(Args[1], Offset)) {
+        Commands::SetCommandError(CMD_PROJECT_RELOCATE_SYMBOLS, QStringLiteral("invalid parameter"));
+        return;
+    }
+    // The script passes an int: its low 32 bits, with their sign.
+    const QByteArray Selector = Args[0].toUtf8();
+    int Result = 0;
+    {
+        QMutexLocker Lock(&ELF_GetDataMutex());
+        Result = ELF_AddRelocation(Selector.constData(), static_cast<I32>(static_cast<U32>(Offset)));
+    }
+    Commands::SetCommandResult(CMD_PROJECT_RELOCATE_SYMBOLS, Result);
+    if (Result < 0) {
+        Commands::SetCommandError(CMD_PROJECT_RELOCATE_SYMBOLS, QStringLiteral("invalid parameter"));
+    }
 }

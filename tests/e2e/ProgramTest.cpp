@@ -111,4 +111,17 @@ TEST(Program, DataFilesAndBadFiles) {
     EXPECT_EQ(AnswerOf(R.Lines, "Elf.GetBaseAddr();", 0), "0xFFFFFFFF");
 }
 
+TEST(Program, SymbolsRelocatedBeforeTheOpen) {
+    const QString Elf = FirmwareElfs().value(0);
+    ArnexProcess Arnex;
+    const ArnexRun Plain = Arnex.Exec({"File.Open " + Elf, "Elf.GetEntryPointPC"});
+    const ArnexRun Moved = Arnex.Exec({"Project.RelocateSymbols (\"*\", 0x1000)", "File.Open " + Elf,
+                                       "Elf.GetEntryPointPC", "Project.RelocateSymbols (\".nosuch\", 4)"});
+    const U32 Entry = AnswerOf(Plain.Lines, "Elf.GetEntryPointPC();", 0).toUInt(nullptr, 16);
+    ASSERT_NE(Entry, 0u);
+    EXPECT_EQ(AnswerOf(Moved.Lines, "Elf.GetEntryPointPC();", 0), Hex8(Entry + 0x1000));
+    EXPECT_EQ(Moved.Lines.last(), "Project.RelocateSymbols (\".nosuch\", 4); invalid parameter");
+    EXPECT_EQ(Moved.ExitCode, 1);
+}
+
 } // namespace

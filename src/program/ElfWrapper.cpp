@@ -153,7 +153,9 @@ bool CProgramLoader::Start(const QString& Path) {
             Result = ELF_Load(Path);
         }
         m_Done = true;
-        emit Finished(Path, Result);
+        // The report is given on the owner's thread, so that any connection to it is safe.
+        QMetaObject::invokeMethod(
+            this, [this, Path, Result]() { emit Finished(Path, Result); }, Qt::QueuedConnection);
     });
     m_Thread->setObjectName(QStringLiteral("ProgramLoader"));
     m_Thread->start();

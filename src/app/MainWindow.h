@@ -2,11 +2,14 @@
 
 #include "views/Window.h"
 
+#include <QDateTime>
+#include <QElapsedTimer>
 #include <QList>
 #include <QMap>
 #include <QStringList>
 
 class CConsoleWindow;
+class CProgramLoader;
 class CDockWindow;
 class CStatusBar;
 class QCloseEvent;
@@ -93,6 +96,13 @@ public slots:
     void OnActionToolsSysVarsTriggered();
     void OnActionDebugSetResetModeTriggered();
     void OnActionDebugSetConnectModeTriggered();
+    void OnActionElfGetBaseAddrTriggered();
+    void OnActionElfGetEntryPointPCTriggered();
+    void OnActionElfGetEndianessTriggered();
+    void OnActionProjectRelocateSymbolsTriggered();
+
+    /// The program file has been read; Path is empty when reading failed.
+    void OnDataFileOpened(const QString& Path);
 
 protected:
     bool eventFilter(QObject* Watched, QEvent* Event) override;
@@ -133,6 +143,15 @@ private:
     void ShowModeOnButton(QToolButton* Button, QAction* ModeAction, QAction* Command);
     void ConnectModeActions();
 
+    // Opening program files (MainWindowProgram.cpp).
+    bool OpenElfDataFile(const QString& Path);
+    bool OpenBinDataFile(const QString& Path);
+    bool OpenOtherDataFile(const QString& Path);
+    /// Runs the loader worker and waits for it with the GUI alive; true if the program was read.
+    bool LoadProgramFile(const QString& Path);
+    void OnProgramLoaderFinished(const QString& Path, int Result);
+    void StoreProgramData(const QString& Path);
+
     QMap<U32, QAction*> m_Actions;
     CConsoleWindow* m_Console = nullptr;
     QList<CWindow*> m_DebugWindows;
@@ -151,4 +170,9 @@ private:
     bool m_FirstPaintSeen = false;
     bool m_InitComplete = false;
     bool m_Closing = false;
+    CProgramLoader* m_ProgramLoader = nullptr;
+    QString m_ProgramPath;
+    QDateTime m_ProgramFileTime;
+    QElapsedTimer m_LoadTime;
+    bool m_WaitCursor = false;
 };

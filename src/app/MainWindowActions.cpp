@@ -217,6 +217,10 @@ void CMainWindow::ConnectCommands() {
         {94, &CMainWindow::OnActionWindowShowFullScreenTriggered},
         {95, &CMainWindow::OnActionToolbarShowTriggered},
         {96, &CMainWindow::OnActionToolbarCloseTriggered},
+        {196, &CMainWindow::OnActionElfGetBaseAddrTriggered},
+        {197, &CMainWindow::OnActionElfGetEntryPointPCTriggered},
+        {200, &CMainWindow::OnActionElfGetEndianessTriggered},
+        {122, &CMainWindow::OnActionProjectRelocateSymbolsTriggered},
     };
     for (const auto& S : Slots) {
         ConnectAction(Action(S.Id), this, S.Slot);

@@ -1,10 +1,197 @@
-// Opening program and data files.
+// Opening program and data files, and the commands that ask about the opened program.
 
 #include "app/MainWindow.h"
 
+#include "app/StatusBar.h"
+#include "app/core/Catalogue.h"
+#include "app/core/CommandTable.h"
 #include "app/core/Log.h"
+#include "app/core/Numbers.h"
+#include "app/core/Paths.h"
+#include "app/core/ScriptConstants.h"
+#include "program/ElfWrapper.h"
+#include "program/FileKinds.h"
+#include "program/FileWorker.h"
+
+#include <QApplication>
+#include <QEventLoop>
+#include <QFileInfo>
+
+namespace {
+
+enum COMMAND_IDS : U32 {
+    CMD_DEBUG_DOWNLOAD = 34,
+    CMD_PROJECT_RELOCATE_SYMBOLS = 122,
+    CMD_ELF_GET_BASE_ADDR = 196,
+    CMD_ELF_GET_ENTRY_POINT_PC = 197,
+    CMD_ELF_GET_ENDIANESS = 200,
+};
+
+constexpr int MAX_RECENT_PROGRAMS = 10;
+
+QString AddressText(I64 Value) {
+    return QStringLiteral("0x") +
+           QString::number(static_cast<U32>(Value), 16).toUpper().rightJustified(8, QLatin1Char('0'));
+}
+
+} // namespace
 
 bool CMainWindow::OpenDataFile(const QString& Path) {
-    LogErrorMsg(QStringLiteral("Program files cannot be opened yet: ") + Path);
-    return false;
+    // The new program takes the place of the former one in the recent list.
+    m_RecentPrograms.removeAll(Path);
+    const qsizetype Former = m_ProgramPath.isEmpty() ? -1 : m_RecentPrograms.indexOf(m_ProgramPath);
+    if (Former >= 0) {
+        m_RecentPrograms[Former] = Path;
+    } else {
+        m_RecentPrograms.prepend(Path);
+    }
+    while (m_RecentPrograms.size() > MAX_RECENT_PROGRAMS) {
+        m_RecentPrograms.removeLast();
+    }
+
+    m_LoadTime.start();
+    bool Ok = false;
+    if (TFile::HasElfMagic(Path)) {
+        QApplication::setOverrideCursor(Qt::WaitCursor);
+        m_WaitCursor = true;
+        m_StatusBar->SetStatusMessage(QStringLiteral("Opening File..."));
+        Commands::SetCommandEnabled(CMD_DEBUG_DOWNLOAD, false);
+        Ok = OpenElfDataFile(Path);
+    } else if (TFile::IsBinFile(Path)) {
+        Ok = OpenBinDataFile(Path);
+    } else {
+        Ok = OpenOtherDataFile(Path);
+    }
+    UpdateTitle();
+    return Ok;
+}
+
+bool CMainWindow::OpenElfDataFile(const QString& Path) {
+    m_ProgramFileTime = QFileInfo(Path).lastModified();
+    return LoadProgramFile(Path);
+}
+
+bool CMainWindow::OpenBinDataFile(const QString& Path) {
+    return LoadProgramFile(Path);
+}
+
+bool CMainWindow::OpenOtherDataFile(const QString& Path) {
+    return LoadProgramFile(Path);
+}
+
+bool CMainWindow::LoadProgramFile(const QString& Path) {
+    if (!m_ProgramLoader) {
+        m_ProgramLoader = new CProgramLoader(this);
+        connect(m_ProgramLoader, &CProgramLoader::Finished, this, &CMainWindow::OnProgramLoaderFinished);
+        // The readers report their progress from the loader's thread; the status bar shows it here.
+        TFile::CFileWorker* Worker = TFile::CFileWorker::Instance();
+        connect(Worker, &TFile::CFileWorker::ProgressStarted, m_StatusBar,
+                [this](QString Text, qint64 Total) {
+                    m_StatusBar->SetProgressMessage(Text);
+                    m_StatusBar->StartProgress(0, static_cast<int>(Total));
+                });
+        connect(Worker, &TFile::CFileWorker::ProgressChanged, m_StatusBar,
+                [this](qint64 Done) { m_StatusBar->SetProgressValue(static_cast<int>(Done)); });
+        connect(Worker, &TFile::CFileWorker::ProgressEnded, m_StatusBar, &CStatusBar::EndProgress);
+    }
+    if (m_ProgramLoader->IsRunning()) {
+        LogErrorMsg(QStringLiteral("File.Open: another program file is being opened"));
+        return false;
+    }
+    // A script or an -exec line goes on only once the program is there; the GUI stays alive meanwhile.
+    // The loop's quit is queued after the loader's own report, so the report has run when it returns.
+    QEventLoop Loop;
+    const QMetaObject::Connection Quit =
+        connect(m_ProgramLoader, &CProgramLoader::Finished, &Loop, &QEventLoop::quit, Qt::QueuedConnection);
+    m_ProgramLoader->Start(Path);
+    Loop.exec();
+    disconnect(Quit);
+    return !m_ProgramPath.isEmpty() && m_ProgramPath == Path && ELF_IsLoaded();
+}
+
+void CMainWindow::OnProgramLoaderFinished(const QString& Path, int Result) {
+    if (Result < 0 && !TFile::HasElfMagic(Path)) {
+        // The ELF parser has said why it failed; for a data file the reason is found here.
+        const int Reason = TFile::CheckDataFile(Path);
+        const QByteArray Name = Path.toUtf8();
+        if (Reason >= 0) {
+            LogMessage(CatalogText(Reason, Name.constData()),
+                       GetCatalogRow(Reason)->Flags | MSG_FROM_PROGRAM_DATA);
+        } else {
+            LogErrorMsg(QStringLiteral("The file contains no loadable data: ") + Path);
+        }
+    }
+    OnDataFileOpened(Result < 0 ? QString() : Path);
+}
+
+void CMainWindow::OnDataFileOpened(const QString& Path) {
+    if (!Path.isEmpty()) {
+        StoreProgramData(Path);
+        LogInfoMsg(QStringLiteral("File.Open: completed in %1 ms").arg(m_LoadTime.elapsed()));
+    } else {
+        m_ProgramPath.clear();
+    }
+    m_StatusBar->SetStatusMessage(QStringLiteral("Ready"));
+    if (m_WaitCursor) {
+        QApplication::restoreOverrideCursor();
+        m_WaitCursor = false;
+    }
+    UpdateTitle();
+}
+
+void CMainWindow::StoreProgramData(const QString& Path) {
+    m_ProgramPath = Path;
+    Paths::SetProgramFile(Path);
+}
+
+void CMainWindow::OnActionElfGetBaseAddrTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_ELF_GET_BASE_ADDR)) {
+        return;
+    }
+    const I64 Base = ELF_GetBaseAddr();
+    Commands::SetCommandResult(CMD_ELF_GET_BASE_ADDR, Base);
+    PrintConsole(AddressText(Base));
+}
+
+void CMainWindow::OnActionElfGetEntryPointPCTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_ELF_GET_ENTRY_POINT_PC)) {
+        return;
+    }
+    const I64 Entry = ELF_GetEntryPointPC();
+    Commands::SetCommandResult(CMD_ELF_GET_ENTRY_POINT_PC, Entry);
+    PrintConsole(AddressText(Entry));
+}
+
+void CMainWindow::OnActionElfGetEndianessTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_ELF_GET_ENDIANESS)) {
+        return;
+    }
+    const int Order = ELF_GetEndianess();
+    Commands::SetCommandResult(CMD_ELF_GET_ENDIANESS, Order);
+    PrintConsole(QString::number(Order));
+}
+
+void CMainWindow::OnActionProjectRelocateSymbolsTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_PROJECT_RELOCATE_SYMBOLS)) {
+        return;
+    }
+    const QStringList Args = Commands::GetCommandArgs(CMD_PROJECT_RELOCATE_SYMBOLS);
+    I64 Offset = 0;
+    if (const SCRIPT_CONST* C = ScriptConstants::Lookup(Args[1])) {
+        Offset = C->Value;
+    } else if (!Numbers::ParseInteger(Args[1], Offset)) {
+        Commands::SetCommandError(CMD_PROJECT_RELOCATE_SYMBOLS, QStringLiteral("invalid parameter"));
+        return;
+    }
+    // The script passes an int: its low 32 bits, with their sign.
+    const QByteArray Selector = Args[0].toUtf8();
+    int Result = 0;
+    {
+        QMutexLocker Lock(&ELF_GetDataMutex());
+        Result = ELF_AddRelocation(Selector.constData(), static_cast<I32>(static_cast<U32>(Offset)));
+    }
+    Commands::SetCommandResult(CMD_PROJECT_RELOCATE_SYMBOLS, Result);
+    if (Result < 0) {
+        Commands::SetCommandError(CMD_PROJECT_RELOCATE_SYMBOLS, QStringLiteral("invalid parameter"));
+    }
 }

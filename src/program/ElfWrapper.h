@@ -1,0 +1,64 @@
+#pragma once
+
+#include "program/DataBlock.h"
+#include "program/ElfParser.h"
+
+#include <QMutex>
+#include <QObject>
+#include <QRecursiveMutex>
+#include <QString>
+
+#include <atomic>
+
+class QThread;
+
+/// The recursive mutex around every access to the program data. Any thread.
+QRecursiveMutex& ELF_GetDataMutex();
+/// The mutex around a program load, so that two loads never interleave. Any thread.
+QMutex& ELF_GetLoadMutex();
+
+// The program under debug: its path, its ELF model (for an ELF file) and its data blocks.
+// Callers hold the data mutex.
+
+/// Closes the previous program and reads Path: for an ELF file the model and its loadable data, for
+/// an Intel Hex, S-record or binary file the data alone. 0, or -1 when nothing could be read; parser
+/// errors go to Callback. Relocation records issued before the load apply to the new file.
+int ELF_Load(const QString& Path, ELF_ERROR_CALLBACK Callback = ELF_LogErrorRecord, void* User = nullptr);
+/// Closes the program; its relocation records go with it.
+void ELF_Unload();
+bool ELF_IsLoaded();
+QString ELF_GetProgramPath();
+/// The ELF model of the program, or null (no program, or a data file).
+ELF_FILE* ELF_GetProgramElfFile();
+const ELF_DATA_BLOCKS& ELF_GetProgramBlocks();
+/// Lowest address of any program data block, -1 if there is none.
+I64 ELF_GetBaseAddr();
+/// The program's entry point (aligned, relocated), -1 without an ELF program.
+I64 ELF_GetEntryPointPC();
+/// Byte order code of the program: 0 little, 1 big, 2 unknown or no ELF program.
+int ELF_GetEndianess();
+
+/// Reads a program on a worker thread under the load mutex and the data mutex, and reports on the
+/// thread of its owner. One load at a time. Created and used on the GUI thread.
+class CProgramLoader : public QObject {
+    Q_OBJECT
+
+public:
+    explicit CProgramLoader(QObject* Parent = nullptr);
+    ~CProgramLoader() override;
+
+    /// Starts reading Path; false when a load is already running.
+    bool Start(const QString& Path);
+    bool IsRunning() const;
+    /// Waits for the running load without delivering events; Finished still comes through the event loop.
+    void Wait();
+
+signals:
+    /// Path as given to Start, and ELF_Load's result.
+    void Finished(QString Path, int Result);
+
+private:
+    QThread* m_Thread = nullptr;
+    /// Set by the thread once its report is on its way; the thread may still be winding down.
+    std::atomic<bool> m_Done{true};
+};

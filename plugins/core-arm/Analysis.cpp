@@ -120,7 +120,8 @@ bool AnalyzeInsn(const cs_insn& Insn, DecodedInst& Out) {
     INST_INFO& I = Out.Info;
     I.Mode = 2;
     I.Size = static_cast<I32>(Insn.size);
-    if (A.cc != ARM_CC_AL && A.cc != ARM_CC_INVALID) {
+    // IT carries the condition of its block, but runs unconditionally itself.
+    if (A.cc != ARM_CC_AL && A.cc != ARM_CC_INVALID && Insn.id != ARM_INS_IT) {
         I.Flags |= INST_CONDITIONAL;
     }
     const cs_arm_op* Op = A.operands;

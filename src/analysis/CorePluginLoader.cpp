@@ -22,7 +22,7 @@ std::unique_ptr<QLibrary> s_pLibrary;
 QString s_LoadedPath;
 CORE_PLUGIN_API s_Api{};
 QString s_ProjectPath;
-bool s_ProjectPathFromDialog = false;
+QString s_DialogDefaultName; ///< for a path the user picked: the default plug-in it stands in for
 FILE_DIALOG_HOOK s_DialogHook;
 QString s_LastError;
 
@@ -128,10 +128,10 @@ QString GetDefaultPath(U32 Core) {
     return Name.isEmpty() ? QString() : Paths::GetCorePluginDir() + Name + QLatin1String(PLUGIN_SUFFIX);
 }
 
-void SetProjectPath(const QString& Path, bool FromDialog) {
+void SetProjectPath(const QString& Path) {
     QMutexLocker Lock(&s_Mutex);
     s_ProjectPath = Path;
-    s_ProjectPathFromDialog = FromDialog && !Path.isEmpty();
+    s_DialogDefaultName.clear();
 }
 
 QString GetProjectPath() {
@@ -146,10 +146,10 @@ void SetFileDialogHook(FILE_DIALOG_HOOK Hook) {
 
 QString ChoosePath(U32 Core, bool AllowDialog) {
     QMutexLocker Lock(&s_Mutex);
-    // A file the user picked for another core's plug-in doesn't serve this one.
-    if (s_ProjectPathFromDialog && QFileInfo(s_ProjectPath).completeBaseName() != GetDefaultName(Core)) {
+    // A file the user picked in place of another family's plug-in doesn't serve this core.
+    if (!s_DialogDefaultName.isEmpty() && s_DialogDefaultName != GetDefaultName(Core)) {
         s_ProjectPath.clear();
-        s_ProjectPathFromDialog = false;
+        s_DialogDefaultName.clear();
     }
     if (!s_ProjectPath.isEmpty()) {
         return s_ProjectPath;
@@ -165,7 +165,7 @@ QString ChoosePath(U32 Core, bool AllowDialog) {
                            "Please specify the file location manually."));
         if (!Chosen.isEmpty()) {
             s_ProjectPath = Chosen;
-            s_ProjectPathFromDialog = true;
+            s_DialogDefaultName = GetDefaultName(Core);
             return Chosen;
         }
     }

@@ -24,9 +24,8 @@ QString GetDefaultName(U32 Core);
 /// The default file in Plugins/Core of the install directory; empty if the core has no default.
 QString GetDefaultPath(U32 Core);
 
-/// The project's plug-in file ("Project.SetCorePlugin"); an empty path clears it. FromDialog marks a
-/// path the user picked when the default was missing.
-void SetProjectPath(const QString& Path, bool FromDialog = false);
+/// The project's plug-in file ("Project.SetCorePlugin"); an empty path clears it.
+void SetProjectPath(const QString& Path);
 QString GetProjectPath();
 
 /// Asks the user for the plug-in file: given the title and the text, returns the chosen path or empty.
@@ -35,7 +34,8 @@ using FILE_DIALOG_HOOK = std::function<QString(const QString& Title, const QStri
 void SetFileDialogHook(FILE_DIALOG_HOOK Hook);
 
 /// The file for a core: the project's path, else the default file if it exists, else, with
-/// AllowDialog, the user's choice, which becomes the project's path. Empty if there is none.
+/// AllowDialog, the user's choice, which becomes the project's path. A choice made for a core whose
+/// default plug-in differs from this core's is dropped first. Empty if there is none.
 QString ChoosePath(U32 Core, bool AllowDialog);
 
 /// Chooses the file for Config.Core and loads it, or reconfigures the plug-in if that file is loaded

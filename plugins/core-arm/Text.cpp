@@ -70,10 +70,13 @@ int PrintInst(U64 Addr, U32 Size, char* s, U32 BufSize) {
 }
 
 int PrintInstBytes(U64 Addr, U32 Size, char* s, U32 BufSize) {
-    if (s == nullptr || BufSize == 0 || Size == 0) {
+    if (s == nullptr || BufSize == 0) {
         return -1;
     }
     s[0] = '\0';
+    if (Size == 0) {
+        return -1;
+    }
     U8 Bytes[MAX_DATA_BYTES];
     Size = Size > MAX_DATA_BYTES ? MAX_DATA_BYTES : Size;
     if (ReadMem(Addr, Size, Bytes) != 0) {
@@ -92,10 +95,13 @@ int PrintInstBytes(U64 Addr, U32 Size, char* s, U32 BufSize) {
 }
 
 int PrintData(U64 Addr, U32 Size, char* s, U32 BufSize) {
-    if (s == nullptr || BufSize == 0 || Size == 0) {
+    if (s == nullptr || BufSize == 0) {
         return -1;
     }
     s[0] = '\0';
+    if (Size == 0) {
+        return -1;
+    }
     U8 Bytes[MAX_DATA_BYTES];
     Size = Size > MAX_DATA_BYTES ? MAX_DATA_BYTES : Size;
     if (ReadMem(Addr, Size, Bytes) != 0) {
@@ -123,10 +129,13 @@ int PrintData(U64 Addr, U32 Size, char* s, U32 BufSize) {
 }
 
 int PrintDataBytes(U64 Addr, U32 Size, char* s, U32 BufSize) {
-    if (s == nullptr || BufSize == 0 || Size == 0) {
+    if (s == nullptr || BufSize == 0) {
         return -1;
     }
     s[0] = '\0';
+    if (Size == 0) {
+        return -1;
+    }
     U8 Bytes[MAX_DATA_BYTES];
     Size = Size > MAX_DATA_BYTES ? MAX_DATA_BYTES : Size;
     if (ReadMem(Addr, Size, Bytes) != 0) {

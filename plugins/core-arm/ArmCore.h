@@ -66,8 +66,9 @@ struct DecodedInst {
     U32 LiteralBytes = 0; ///< width of the value a literal load reads; 0 = none
 };
 enum DECODE_RESULT { DECODE_OK = 0, DECODE_NO_INST = 1, DECODE_READ_FAILED = -1 };
-/// Decodes the instruction at an address, with the condition of an enclosing IT block.
-int Decode(U64 Addr, DecodedInst& Out);
+/// Decodes the instruction at an address, with the condition of an enclosing IT block; the text
+/// parts only when asked for.
+int Decode(U64 Addr, DecodedInst& Out, bool WantText);
 /// Releases the disassembler (plug-in unload).
 void ShutdownDecoder();
 

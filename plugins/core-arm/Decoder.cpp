@@ -211,7 +211,7 @@ void SetText(const cs_insn& Insn, DecodedInst& Out) {
 
 } // namespace
 
-int Decode(U64 Addr, DecodedInst& Out) {
+int Decode(U64 Addr, DecodedInst& Out, bool WantText) {
     Out = DecodedInst{};
     if (Addr & 1) {
         return DECODE_NO_INST;
@@ -261,7 +261,9 @@ int Decode(U64 Addr, DecodedInst& Out) {
     }
     int Result = DECODE_NO_INST;
     if (Found != nullptr && IsAllowed(*Found, Cfg.Profile) && AnalyzeInsn(*Found, Out)) {
-        SetText(*Found, Out);
+        if (WantText) {
+            SetText(*Found, Out);
+        }
         Result = DECODE_OK;
     } else {
         Out = DecodedInst{};

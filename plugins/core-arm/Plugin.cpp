@@ -74,7 +74,7 @@ int AnalyzeInst(U64 Addr, INST_INFO* pInfo, U32 InstAlign) {
         return 1;
     }
     DecodedInst Inst;
-    const int Result = Decode(Addr, Inst);
+    const int Result = Decode(Addr, Inst, false);
     if (Result == DECODE_OK) {
         *pInfo = Inst.Info;
     }

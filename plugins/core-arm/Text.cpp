@@ -62,7 +62,7 @@ int PrintInst(U64 Addr, U32 Size, char* s, U32 BufSize) {
     }
     s[0] = '\0';
     DecodedInst Inst;
-    if (Decode(Addr, Inst) != DECODE_OK || static_cast<U32>(Inst.Info.Size) > Size) {
+    if (Decode(Addr, Inst, true) != DECODE_OK || static_cast<U32>(Inst.Info.Size) > Size) {
         return -1;
     }
     FormatInst(Addr, Inst, s, BufSize);

@@ -120,11 +120,14 @@ ItContext FindItBlock(const CodeWindow& W, U64 Addr) {
         if (P != Addr) {
             continue;
         }
+        if (!HaveIt) {
+            return It;
+        }
         const U16 Hw = W.Half(LastIt);
         const U32 Mask = Hw & 0xF;
         const U32 FirstCond = (Hw >> 4) & 0xF;
         const U32 Count = 4 - __builtin_ctz(Mask);
-        if (!HaveIt || After >= Count || IsDataRegion(LastIt)) {
+        if (After >= Count || IsDataRegion(LastIt)) {
             return It;
         }
         // Instruction K (from 0) of the block takes firstcond, the later ones firstcond with its low

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 namespace {
 
 constexpr U32 BRANCH = INST_BRANCH;
@@ -98,6 +100,25 @@ TEST_F(AnalyzeTest, FlowTargetsLiteralsAndStackChanges) {
         EXPECT_EQ(Info.SPDelta, R.SPDelta);
         EXPECT_EQ(ArmPlugin::Print(R.Addr), R.Text);
     }
+}
+
+TEST_F(AnalyzeTest, TwoThreadsDecodeAlike) {
+    // The GUI thread and the device thread both decode; each must see what one thread alone sees.
+    SetListing();
+    auto Run = [](QStringList& Out) {
+        for (int Round = 0; Round < 50; ++Round) {
+            for (const Row& R : s_Rows) {
+                Out << ArmPlugin::Print(R.Addr);
+            }
+        }
+    };
+    QStringList A, B, Alone;
+    Run(Alone);
+    std::thread T([&] { Run(A); });
+    Run(B);
+    T.join();
+    EXPECT_EQ(A, Alone);
+    EXPECT_EQ(B, Alone);
 }
 
 TEST_F(AnalyzeTest, NoInstructionAtOddOrUnreadableAddresses) {

@@ -91,11 +91,11 @@ void AnalyzeMemory(const cs_insn& Insn, int MemIndex, DecodedInst& Out) {
 void AnalyzeAddSub(const cs_insn& Insn, DecodedInst& Out) {
     const cs_arm& A = Insn.detail->arm;
     INST_INFO& I = Out.Info;
-    const bool Sub = Insn.id == ARM_INS_SUB || Insn.id == ARM_INS_SUBW;
-    const cs_arm_op& Last = A.operands[A.op_count - 1];
     if (A.op_count < 2) {
         return;
     }
+    const bool Sub = Insn.id == ARM_INS_SUB || Insn.id == ARM_INS_SUBW;
+    const cs_arm_op& Last = A.operands[A.op_count - 1];
     if (IsReg(A.operands[0], ARM_REG_PC)) {
         SetBranch(I, INST_BRANCH_OTHER);
         return;

@@ -5,8 +5,6 @@
 
 #include "analysis/CorePluginAPI.h"
 
-#include <atomic>
-
 namespace ArmCore {
 
 /// The instruction set variants the plug-in decodes, chosen from the core identifier.
@@ -45,7 +43,6 @@ struct PluginConfig {
 };
 PluginConfig GetConfig();
 void SetConfig(const PluginConfig& Config);
-bool IsInitialised();
 
 /// The debugger's entries, copied by CORE_PLUGIN_SetAPI.
 void SetDebuggerApi(const CORE_DEBUGGER_API& Api);
@@ -73,6 +70,6 @@ int Decode(U64 Addr, DecodedInst& Out, bool WantText);
 void ShutdownDecoder();
 
 /// Text of a decoded instruction: "mnemonic\toperands[\tcomment]".
-int FormatInst(U64 Addr, const DecodedInst& Inst, char* sBuf, U32 BufSize);
+int FormatInst(const DecodedInst& Inst, char* sBuf, U32 BufSize);
 
 } // namespace ArmCore

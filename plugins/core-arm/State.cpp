@@ -9,7 +9,6 @@ namespace {
 
 std::mutex s_Mutex;
 PluginConfig s_Config;
-bool s_Initialised = false;
 CORE_DEBUGGER_API s_Debugger{};
 
 CORE_DEBUGGER_API Debugger() {
@@ -27,12 +26,6 @@ PluginConfig GetConfig() {
 void SetConfig(const PluginConfig& Config) {
     std::lock_guard<std::mutex> Lock(s_Mutex);
     s_Config = Config;
-    s_Initialised = true;
-}
-
-bool IsInitialised() {
-    std::lock_guard<std::mutex> Lock(s_Mutex);
-    return s_Initialised;
 }
 
 void SetDebuggerApi(const CORE_DEBUGGER_API& Api) {

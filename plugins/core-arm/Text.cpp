@@ -30,8 +30,7 @@ bool IsItemWidth(U32 Size) {
 
 } // namespace
 
-int FormatInst(U64 Addr, const DecodedInst& Inst, char* s, U32 BufSize) {
-    (void)Addr;
+int FormatInst(const DecodedInst& Inst, char* s, U32 BufSize) {
     const INST_INFO& I = Inst.Info;
     int Len = snprintf(s, BufSize, "%s", Inst.Mnemonic);
     if (Inst.Operands[0] != '\0') {
@@ -65,7 +64,7 @@ int PrintInst(U64 Addr, U32 Size, char* s, U32 BufSize) {
     if (Decode(Addr, Inst, true) != DECODE_OK || static_cast<U32>(Inst.Info.Size) > Size) {
         return -1;
     }
-    FormatInst(Addr, Inst, s, BufSize);
+    FormatInst(Inst, s, BufSize);
     return Inst.Info.Size;
 }
 

@@ -43,6 +43,9 @@ typedef struct {
 #define INST_CONDITIONAL (1u << 10)
 #define INST_SKIP_ON_RESUME (1u << 31)
 
+/* GetBPType gives the low 4 bits of the SetBPEx type; the ARM plug-in's 1 stands for a Thumb BKPT.
+ * The ARM plug-in's logical register indices for MapRegIndex are those of TARVO_ARM_REGS, and the
+ * DWARF numbers 64 to 95 for S0 to S31. */
 typedef struct {                            /* 320 bytes, 40 entries; any may be NULL but Init */
     int (*Init)(const CORE_PLUGIN_CONFIG*); /* 0 ok */
     void* Unused8;

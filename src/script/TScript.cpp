@@ -39,6 +39,7 @@ struct SCRIPT_STATE {
     I32 LastErrorLine = -1;
     QString LastErrorSource;
     I32 CurrentFunction = -1;
+    U32 ErrorsReported = 0; ///< errors the interpreter has reported, to tell a silent failure
 };
 
 SCRIPT_STATE& S() {
@@ -72,6 +73,7 @@ void OnScriptError(CScriptHeap* Heap, const char* Message) {
     }
     St.LastErrorSource = From ? QString::fromUtf8(From, Length) : QString();
     St.ErrorPending = 1;
+    ++St.ErrorsReported;
 }
 
 void ReleaseBlock() {
@@ -254,9 +256,11 @@ int ExecFunction(const QString& Name, I32 Id, int Argc, const U64* Args, U64* Re
     // What an exception would leave unrestored on its way out of the interpreter.
     const CScriptHeap Before = *Heap;
     const I32 Outer = St.CurrentFunction;
+    const U32 ReportedBefore = St.ErrorsReported;
     ++St.CallLevel;
     St.CurrentFunction = Id;
     int R = -1;
+    bool Caught = false;
     try {
         if (Args) {
             R = ScriptInterp::CallFunctionEx(Heap, Utf8.constData(), Argc, Args, Result);
@@ -265,6 +269,7 @@ int ExecFunction(const QString& Name, I32 Id, int Argc, const U64* Args, U64* Re
             R = ScriptInterp::CallFunction(Heap, Utf8.constData());
         }
     } catch (...) {
+        Caught = true;
         Heap->Cursor = Before.Cursor;
         Heap->LineStart = Before.LineStart;
         Heap->Line = Before.Line;
@@ -274,6 +279,10 @@ int ExecFunction(const QString& Name, I32 Id, int Argc, const U64* Args, U64* Re
         const QString Proto = Id >= 1 && Id <= USER_FUNCTION_COUNT ? GetUserFunctionPrototype(Id) : Name;
         SetError(QStringLiteral("Error in script function ") + Proto, true);
         R = -1;
+    }
+    // The interpreter ends a run without a message only when a node finds no room in the block.
+    if (R == -1 && !Caught && St.ErrorsReported == ReportedBefore) {
+        SetError(QStringLiteral("out of memory."), !Args);
     }
     // A nested call gives the running function back to the outer one.
     St.CurrentFunction = Outer;

@@ -46,6 +46,8 @@ public:
     bool OpenProject(const QString& Path);
     /// Opens a program or data file (ELF, Intel Hex, Motorola S-record, binary).
     bool OpenDataFile(const QString& Path);
+    /// Runs a user function of the project script by id, with its log line; -1 while closing.
+    int ExecUserFunction(int Id);
 
 signals:
     void InitComplete();
@@ -76,6 +78,8 @@ public slots:
     void OnActionWindowUndockTriggered();
     void OnActionToolbarShowTriggered();
     void OnActionToolbarCloseTriggered();
+    void OnActionScriptExecTriggered();
+    void OnActionScriptDefineConstTriggered();
 
 protected:
     bool eventFilter(QObject* Watched, QEvent* Event) override;

@@ -30,7 +30,7 @@
 
 namespace {
 
-constexpr U64 STEPS_PER_CALL = 400;
+constexpr U64 STEPS_PER_CALL = 300;
 constexpr double HANG_SECONDS = 1.0;
 constexpr int MAX_NATIVE_DEPTH = 11;
 
@@ -156,6 +156,9 @@ const char* const s_PrefixOps[] = {"-", "+", "!", "~", "++", "--"};
 const char* const s_AssignOps[] = {"=", "+=", "-=", "*=", "/=", "&=", "|=", "^=", "<<=", ">>="};
 const char* const s_Types[] = {"int",         "char",          "__int64", "unsigned int",
                                "signed char", "const __int64", "void"};
+// The smallest value goes for the one division that overflows.
+const char* const s_Values[] = {"0x10",      "0xFFFF",    "SEVEN",
+                                "MINUS_ONE", "(1 << 63)", "((1 << 63) / MINUS_ONE)"};
 const char* const s_Strings[] = {"\"\"", "\"text\"", "\"a\\tb\\n\"", "\"\\\\\"", "\"x\\0y\""};
 
 /// Programs from the grammar: mostly valid, so that they run, with a little noise.
@@ -226,10 +229,7 @@ private:
             Emit(Var());
             break;
         case 2:
-            // The smallest value goes for the one division that overflows.
-            Emit(m_R.Chance(50)   ? "0x" + std::to_string(m_R.Below(1000))
-                 : m_R.Chance(80) ? "SEVEN"
-                                  : "(1 << 63)");
+            Emit(m_R.Pick(s_Values));
             break;
         case 3:
             Emit(m_R.Pick(s_PrefixOps));
@@ -455,7 +455,7 @@ std::string Mutate(const std::string& Base, const std::string& Other, Rng& R) {
 /// Texts that go for the limits: deep nesting, long chains, long literals.
 std::string Extreme(Rng& R) {
     const int N = 100 + static_cast<int>(R.Below(6000));
-    switch (R.Below(6)) {
+    switch (R.Below(7)) {
     case 0:
         return "__int64 F (void) { return " + std::string(N, '(') + "1" + std::string(N, ')') + "; }";
     case 1:
@@ -476,6 +476,14 @@ std::string Extreme(Rng& R) {
     }
     case 4:
         return "void F (void) { NativeS(\"" + std::string(static_cast<size_t>(N) * 50, 'z') + "\"); F(); }";
+    case 5: {
+        std::string S = "void F (int p0";
+        const int Params = 30 + static_cast<int>(R.Below(6));
+        for (int i = 1; i < Params; ++i) {
+            S += ", int p" + std::to_string(i);
+        }
+        return S + ") { p0 = 1; } void G (void) { F(" + std::string(40, '1').insert(1, ", ") + "); }";
+    }
     default:
         return "__int64 F (__int64 n) { int pad[" + std::to_string(R.Below(5000)) +
                "]; if (n > 0) return F(n - 1) + 1; return 0; } void G (void) { F(" + std::to_string(N) +
@@ -502,8 +510,9 @@ const char* StringArg(U64 Pointer) {
 I32 NativeSum(const U64* Args, int Count) {
     ++t_NativeCalls;
     U64 S = 0;
+    // Addresses of literals count as 0, so that a run does not depend on where the block lies.
     for (int i = 0; i < Count; ++i) {
-        S += Args[i];
+        S += Args[i] - reinterpret_cast<uintptr_t>(t_Heap) < SCRIPT_HEAP_SIZE ? 0 : Args[i];
     }
     return static_cast<I32>(S);
 }

@@ -84,6 +84,22 @@ TEST(Script, ScriptErrorsFailTheOpenWithTheirLine) {
         "Script.DefineConst (\"K\", \"1 +\"); invalid parameter: expected a value or an identifier."));
 }
 
+TEST(Script, ProjectOpenedFromAScriptOpensWhenTheFunctionHasReturned) {
+    ArnexProcess Arnex;
+    const QString Second =
+        WriteProject(Arnex, "two.tvproj", "void OnProjectLoad (void) { Util.Log(\"two\"); }\n");
+    const QString First = WriteProject(Arnex, "one.tvproj",
+                                       "void OnProjectLoad (void) { Util.Log(\"one\"); }\n"
+                                       "void Switch (void) { File.Open(\"" +
+                                           Second.toUtf8() + "\"); Util.Log(\"not reached\"); }\n");
+    const ArnexRun R =
+        Arnex.Exec({"File.Open \"" + First + "\"", "Script.Exec (\"Switch\")", "Util.Sleep 100"});
+    EXPECT_EQ(R.ExitCode, 0) << R.Stderr.toStdString();
+    EXPECT_TRUE(R.Lines.contains("one"));
+    EXPECT_TRUE(R.Lines.contains("two"));
+    EXPECT_FALSE(R.Lines.contains("not reached"));
+}
+
 TEST(Script, StringCheckRefusesAnInteger) {
     ArnexProcess Arnex;
     const QString Path = WriteProject(Arnex, "app.tvproj",

@@ -183,6 +183,22 @@ TEST_F(Text, VariableWithoutDataIsOutOfMemory) {
     EXPECT_EQ(FirstError(), "out of memory.");
 }
 
+TEST_F(Text, AttributeLinkWithoutRoomIsOutOfMemory) {
+    ASSERT_EQ(Load("void F (void) { const int x; }"), 0);
+    // Fill the block until it holds the variable's node but not the link to its qualifier.
+    const auto Free = [this]() { return static_cast<long>(H->High - H->Low); };
+    for (int i = 0; Free() > 400; ++i) {
+        ASSERT_EQ(ScriptInterp::RegisterConstant(H, ("k" + std::to_string(i)).c_str(), i), 0);
+    }
+    const long Pad = (8 - reinterpret_cast<uintptr_t>(H->Low) % 8) % 8;
+    const long Length = Free() - Pad - static_cast<long>(sizeof(CScriptNode)) - 1 - 88;
+    ASSERT_GT(Length, 0);
+    ASSERT_EQ(ScriptInterp::RegisterConstant(H, std::string(static_cast<size_t>(Length), 'n').c_str(), 0), 0);
+    ASSERT_EQ(Free(), 88);
+    EXPECT_EQ(Run("F"), -1);
+    EXPECT_EQ(FirstError(), "Out of memory.");
+}
+
 TEST_F(Text, RegisterNativeKeepsTheTextPosition) {
     ASSERT_EQ(Load("void F (void) { }"), 0);
     const char* Cursor = H->Cursor;

@@ -7,7 +7,11 @@
 
 #include <array>
 #include <cstring>
+#include <type_traits>
 #include <utility>
+
+// The command table's bindings are registered as the interpreter's natives as they are.
+static_assert(std::is_same_v<COMMAND_FUNC, SCRIPT_NATIVE>);
 
 namespace TAPI {
 namespace {

@@ -10,13 +10,19 @@ arnex_build default -DARNEX_WERROR=ON
 export QT_QPA_PLATFORM=offscreen
 ctest --test-dir build --output-on-failure -j "$(nproc)" --timeout 600
 
-# Fuzzing of the program file readers (ELF, Intel Hex, S-record) under AddressSanitizer and UBSan:
-# 200000 mutated inputs seeded from the target programs, in two halves on the two cores.
-cmake --preset asan >/dev/null
-cmake --build build-asan -j2 --target fuzz_program
+# Fuzzing under AddressSanitizer and UndefinedBehaviorSanitizer: only the fuzz targets are built in the
+# sanitizer tree, and any sanitizer report ends the run with a failure.
+cmake --preset asan -DARNEX_WERROR=ON >/dev/null
+cmake --build build-asan -j2 --target fuzz_program fuzz_script
+
+# The program file readers (ELF, Intel Hex, S-record): 200000 mutated inputs seeded from the target
+# programs, in two halves on the two cores.
 fuzz_pids=()
 for seed in 1 2; do
     UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 build-asan/tests/fuzz_program --runs 100000 --seed "$seed" &
     fuzz_pids+=($!)
 done
 for pid in "${fuzz_pids[@]}"; do wait "$pid"; done
+
+# The script interpreter: 200000 generated and mutated scripts.
+ASAN_OPTIONS=abort_on_error=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 ./build-asan/tests/fuzz_script 200000

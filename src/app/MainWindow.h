@@ -49,6 +49,8 @@ public:
     bool OpenProject(const QString& Path);
     /// Opens a program or data file (ELF, Intel Hex, Motorola S-record, binary).
     bool OpenDataFile(const QString& Path);
+    /// Runs a user function of the project script by id, with its log line; -1 while closing.
+    int ExecUserFunction(int Id);
 
 signals:
     void InitComplete();
@@ -100,6 +102,8 @@ public slots:
     void OnActionElfGetEntryPointPCTriggered();
     void OnActionElfGetEndianessTriggered();
     void OnActionProjectRelocateSymbolsTriggered();
+    void OnActionScriptExecTriggered();
+    void OnActionScriptDefineConstTriggered();
 
     /// The program file has been read; Path is empty when reading failed.
     void OnDataFileOpened(const QString& Path);

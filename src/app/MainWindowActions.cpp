@@ -3,6 +3,7 @@
 #include "app/MainWindow.h"
 
 #include "app/core/CommandTable.h"
+#include "script/TScript.h"
 #include "views/DockWindow.h"
 
 #include <QAction>
@@ -188,6 +189,8 @@ void CMainWindow::CreateToolBars() {
 }
 
 void CMainWindow::ConnectCommands() {
+    // Scripts reach the commands through natives that the script layer installs on the table.
+    TScript::Init();
     const struct {
         U32 Id;
         void (CMainWindow::*Slot)();
@@ -208,6 +211,8 @@ void CMainWindow::ConnectCommands() {
         {56, &CMainWindow::OnActionUtilSleepTriggered},
         {57, &CMainWindow::OnActionUtilLogTriggered},
         {58, &CMainWindow::OnActionUtilLogHexTriggered},
+        {59, &CMainWindow::OnActionScriptExecTriggered},
+        {60, &CMainWindow::OnActionScriptDefineConstTriggered},
         {82, &CMainWindow::OnActionWindowShowTriggered},
         {83, &CMainWindow::OnActionWindowCloseTriggered},
         {84, &CMainWindow::OnActionWindowCloseAllTriggered},

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "app/core/Types.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+struct CScriptHeap;
+
+/// Number of user functions; their ids run from 1.
+constexpr int USER_FUNCTION_COUNT = 15;
+/// Host calls that may nest (a script that runs a command that runs a script ...).
+constexpr int SCRIPT_MAX_CALL_LEVEL = 11;
+
+/// The script host: the one script of the process (the project file), its memory block and text, the
+/// registration of constants and commands, the calls of user functions by number or by name and the last
+/// error. Process-wide state, GUI thread only.
+namespace TScript {
+
+/// Installs the native bindings of the scriptable commands on the command table. Idempotent; Parse calls it.
+void Init();
+
+/// Loads a text: closes the current script, registers constants and commands and scans the functions.
+/// 0 or -1.
+int Parse(const QString& Text);
+/// Reads a file and parses it. 0 or -1.
+int Load(const QString& Path);
+/// Loads a project file and checks that it has OnProjectLoad. 0 or -1.
+int LoadProject(const QString& Path);
+/// True if the file on disk has another hash and was loaded again.
+bool ReloadIfChanged();
+/// Frees the block and resets the state, path included. -1, doing nothing but asking the running script to
+/// stop, while a call is under way: its block is still in use.
+int Close();
+
+/// Runs a script function by name; Id is what CurrentFunction shows meanwhile. With Args the arguments go
+/// to the function and a failure does not block later calls. 0, or a negative result with LastErrorText:
+/// -1 no interpreter or a script error, 0 also while closing, -4 an error stands, -2 empty or unknown name,
+/// -5 call level reached, -6 too many arguments.
+int ExecFunction(const QString& Name, I32 Id, int Argc, const U64* Args, U64* Result);
+/// Runs user function Id without arguments; -2 for an unknown id, -3 for a prototype without a name.
+int ExecUserFunction(int Id);
+bool HasUserFunction(int Id);
+
+/// The last error for the user: white space simplified, dots removed, " at line N" if it has a line.
+QString GetLastError();
+bool HasError();
+/// Clears the pending error, in the host and in the interpreter.
+void ClearError();
+
+/// Writes Text (or, empty, the loaded text) to Path and takes it as the script's file and hash.
+int SetText(const QString& Path, const QString& Text);
+
+/// The user function table: prototype ("void OnProjectLoad (void);") and the name in it.
+QString GetUserFunctionPrototype(int Id);
+QString GetUserFunctionName(int Id);
+/// One block of a generated project file: the comment head and the body. For id 1 the body holds
+/// CommandLines, File.Open in the user section.
+QString GetUserFunctionText(int Id, const QStringList& CommandLines);
+
+/// Runs a function named by a command: Params are integers or constants. Result is its return value.
+/// 0, or negative with the text for the command's error in ErrorText.
+int ExecByName(const QString& Name, const QStringList& Params, I64& Result, QString& ErrorText);
+/// Script.DefineConst: Expression is an integer, a script constant or an integer expression of the script.
+/// Adds the constant to the table and to the interpreter. 0, or -1 with ErrorText.
+int DefineConst(const QString& Name, const QString& Expression, I64& Value, QString& ErrorText);
+
+/// Asks a running script to end: no call starts any more and its loops and calls stop.
+void RequestStop();
+
+// State, for the project layer and for tests.
+CScriptHeap* GetInterpreter();
+const U8* GetHeapBlock();
+const QByteArray& GetScriptText();
+U32 GetScriptHash();
+QString GetScriptPath();
+QString GetScriptDir();
+int GetCallLevel();
+bool IsClosing();
+I32 GetCurrentFunction();
+QString GetLastErrorText();
+I32 GetLastErrorLine();
+QString GetLastErrorSource();
+
+/// The classic 32-bit string hash of the toolkit, stable across processes.
+U32 HashText(const QByteArray& Bytes);
+U32 HashText(const QString& Text);
+
+} // namespace TScript

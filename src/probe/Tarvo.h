@@ -107,6 +107,9 @@ typedef struct {  /* 2392 bytes (x64) */
     U8 Rest[1828];
 } TARVO_DEVICE_INFO; /* offsets 0,8,20,24,32,36,40,560 */
 
+/* The emulated probe on the USB interface answers to this serial number (TARVOARM_EMU_SelectByUSBSN). */
+#define TARVO_EMU_SERIAL_NO 62200001u
+
 /* ---------- session / connection ---------- */
 U32 TARVOARM_GetDLLVersion(void);                   /* version number, e.g. 62006 */
 int TARVOARM_SelectIP(const char* sHost, int Port); /* 1 = failure (Port, callers pass 0) */
@@ -142,11 +145,14 @@ void* TARVO_GetpFunc(U32 Index);                            /* NULL = not availa
 /* ---------- run control ---------- */
 int TARVOARM_IsHalted(void);                     /* >=1 halted, 0 running, <0 connection lost */
 int TARVOARM_Halt(void);                         /* 0 on success */
-void TARVOARM_GoEx(U32 MaxEmulInsts, U32 Flags); /* called (0,1); arg meaning */
-int TARVOARM_Step(void);                         /* 0 on success */
-void TARVOARM_SetResetType(int Type);            /* called with 0 */
-void TARVOARM_SetResetDelay(int Delay);          /* called with 0 */
-int TARVOARM_Reset(void);                        /* 0 on success */
+void TARVOARM_GoEx(U32 MaxEmulInsts, U32 Flags); /* called (0,1): MaxEmulInsts 0 = no limit (ignored);
+                                                   Flags TARVO_GO_OVERSTEP_BP: a breakpoint at the PC
+                                                   doesn't stop the target at once */
+#define TARVO_GO_OVERSTEP_BP 1u
+int TARVOARM_Step(void);                /* 0 on success */
+void TARVOARM_SetResetType(int Type);   /* called with 0 */
+void TARVOARM_SetResetDelay(int Delay); /* called with 0 */
+int TARVOARM_Reset(void);               /* 0 on success */
 
 /* ---------- memory ---------- */
 int TARVOARM_ReadMemU8(U32 Addr, U32 NumItems, U8* pData, U8* pStatus);   /* items read */
@@ -191,9 +197,10 @@ enum TARVO_ARM_REGS {
     TARVO_REG_S0 = 32, /* S0 to S31 are 32 to 63 */
     TARVO_REG_COUNT = 64
 };
-int TARVOARM_ReadReg(U32 RegIndex, U64* pValue);                              /* 0 ok, <0 failure */
-int TARVOARM_WriteReg(U32 RegIndex, U64 Value);                               /* 0 ok, <0 failure */
-int TARVOARM_ReadRegs(const U32* paRegIndex, U64* paValue, U8* paStatus, U32 NumRegs); /* 0 ok; status 0 = read */
+int TARVOARM_ReadReg(U32 RegIndex, U64* pValue); /* 0 ok, <0 failure */
+int TARVOARM_WriteReg(U32 RegIndex, U64 Value);  /* 0 ok, <0 failure */
+int TARVOARM_ReadRegs(const U32* paRegIndex, U64* paValue, U8* paStatus,
+                      U32 NumRegs); /* 0 ok; status 0 = read */
 
 /* ---------- breakpoints ---------- */
 int TARVOARM_FindBP(U32 Addr);            /* handle, 0 = none */

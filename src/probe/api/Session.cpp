@@ -231,6 +231,12 @@ std::string Session::Execute(const std::string& Command) {
         }
         return {};
     }
+    if (EqualNoCase(Name, "InvalidateCache")) {
+        if (Target) {
+            Target->InvalidateCache();
+        }
+        return {};
+    }
     if (EqualNoCase(Name, "monitor")) {
         Backend* B = Connected();
         if (!B) {

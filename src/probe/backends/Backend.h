@@ -77,6 +77,9 @@ public:
     /// 0 or the negative codes of a download: -1 unspecified, -2 compare, -3 program/erase, -4 verify.
     virtual int EndDownload() { return 0; }
 
+    /// Forgets register values kept since the last stop (the target changed behind our back).
+    virtual void InvalidateCache() {}
+
     /// For TARVOARM_GetFirmwareString and TARVOARM_GetSN.
     virtual std::string Firmware() const = 0;
     virtual U32 SerialNumber() const { return 0; }

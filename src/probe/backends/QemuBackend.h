@@ -33,6 +33,8 @@ public:
     int ProcessId() const { return m_Process.Pid(); }
 
 protected:
+    /// QEMU's stub never waits for an acknowledgement: send it with the next packet.
+    void ConfigureClient(rsp::GdbClient& C) override { C.SetLazyAcks(true); }
     bool ResetTarget() override;
     size_t ReadWhileRunning(U32 Address, size_t Size, U8* Out) override;
     bool ReadMissingRegisters(const std::vector<U32>& Indices, std::vector<U64>& Values) override;

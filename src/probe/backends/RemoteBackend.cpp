@@ -67,6 +67,7 @@ bool RemoteBackend::Connect(std::string& Error) {
 bool RemoteBackend::Attach(rsp::Socket S, std::string& Error) {
     m_Client = std::make_unique<rsp::GdbClient>(std::move(S));
     m_Client->SetTimeout(m_TimeoutMs);
+    ConfigureClient(*m_Client);
     m_Client->SetConsoleHandler([Sink = m_Sink](std::string_view Text) {
         if (Sink.Info) {
             Sink.Info(std::string(Text));

@@ -54,6 +54,7 @@ public:
     void BeginDownload() override;
     int EndDownload() override;
 
+    void InvalidateCache() override { InvalidateRegisters(); }
     std::string Firmware() const override;
     bool Monitor(const std::string& Command, std::string& Output) override;
 
@@ -68,6 +69,8 @@ protected:
     bool IsHaltedNow() const { return m_Halted; }
     const TextSink& Sink() const { return m_Sink; }
 
+    /// Adjusts a new client before the first packet.
+    virtual void ConfigureClient(rsp::GdbClient& C) { (void)C; }
     /// Registers the description lacks, which a derived back end may reach another way. The target is
     /// halted. Values of the indices it can read go into Values; false if it can read none.
     virtual bool ReadMissingRegisters(const std::vector<U32>& Indices, std::vector<U64>& Values);

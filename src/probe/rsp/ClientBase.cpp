@@ -63,9 +63,9 @@ Status ClientBase::Lose(Status S, const std::string& Reason) {
     return S;
 }
 
-bool ClientBase::WriteRaw(const std::string& Bytes) {
+bool ClientBase::WriteRaw(const char* Bytes, size_t Size) {
     std::lock_guard<std::mutex> Lock(m_WriteMutex);
-    return m_Socket.WriteAll(Bytes.data(), Bytes.size());
+    return m_Socket.WriteAll(Bytes, Size);
 }
 
 bool ClientBase::IsConsolePacket(std::string_view Body) const {
@@ -92,6 +92,9 @@ void ClientBase::EmitConsole(std::string_view HexText, std::string* Collect) {
 
 // Reads the next packet, answering it with '+' and asking for a resend of a damaged one. Acks from the
 // server are consumed here; a '-' makes us send our last packet again.
+// Reads the next packet, answering it with '+' and asking for a resend of a damaged one. Acks from the
+// server are consumed here; a '-' makes us send our last packet again. Each read waits up to TimeoutMs
+// (so the socket's receive time-out rarely changes); the whole read ends at the deadline.
 Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetransmit) {
     const int64_t Deadline = TimeoutMs < 0 ? -1 : NowMs() + TimeoutMs;
     int Retries = 0;
@@ -101,8 +104,12 @@ Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetran
         while (m_Decoder.Next(E)) {
             switch (E.Kind) {
             case PacketDecoder::EventKind::Packet:
-                if (!m_NoAck && !WriteRaw("+")) {
-                    return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+                if (!m_NoAck) {
+                    if (m_LazyAcks) {
+                        m_AckPending = true;
+                    } else if (!WriteRaw("+", 1)) {
+                        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+                    }
                 }
                 Body = std::move(E.Body);
                 return Status::Ok;
@@ -110,16 +117,16 @@ Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetran
                 if (m_NoAck || ++Retries > MaxRetransmits) {
                     return Lose(Status::Protocol, "malformed packet from the GDB server: " + E.Error);
                 }
-                if (!WriteRaw("-")) {
+                if (!WriteRaw("-", 1)) {
                     return Lose(Status::ConnectionLost, "connection closed by the GDB server");
                 }
                 break;
             case PacketDecoder::EventKind::Nak:
-                if (AllowRetransmit && !m_LastPacket.empty()) {
+                if (AllowRetransmit && m_LastSize > 0) {
                     if (++Retries > MaxRetransmits) {
                         return Lose(Status::Protocol, "the GDB server refused our packet repeatedly");
                     }
-                    if (!WriteRaw(m_LastPacket)) {
+                    if (!WriteRaw(m_Out.data() + m_LastStart, m_LastSize)) {
                         return Lose(Status::ConnectionLost, "connection closed by the GDB server");
                     }
                 }
@@ -132,20 +139,13 @@ Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetran
         if (m_Dead.load()) {
             return Status::ConnectionLost;
         }
-        int Wait = -1;
-        if (Deadline >= 0) {
-            Wait = static_cast<int>(Deadline - NowMs());
-            if (Wait < 0) {
-                Wait = 0;
-            }
-        }
         size_t Got = 0;
-        switch (m_Socket.ReadSome(Buffer, sizeof Buffer, Got, Wait)) {
+        switch (m_Socket.ReadSome(Buffer, sizeof Buffer, Got, TimeoutMs)) {
         case Socket::ReadResult::Data:
             m_Decoder.Feed(Buffer, Got);
             break;
         case Socket::ReadResult::Timeout:
-            if (Deadline >= 0 && NowMs() >= Deadline) {
+            if (TimeoutMs == 0 || (Deadline >= 0 && NowMs() >= Deadline)) {
                 return Status::Timeout;
             }
             break;
@@ -156,6 +156,18 @@ Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetran
     }
 }
 
+// Frames Body into m_Out behind a pending acknowledgement, so that both go out in one write.
+void ClientBase::Frame(std::string_view Body) {
+    m_Out.clear();
+    if (m_AckPending) {
+        m_Out.push_back('+');
+        m_AckPending = false;
+    }
+    m_LastStart = m_Out.size();
+    AppendFrame(m_Out, Body);
+    m_LastSize = m_Out.size() - m_LastStart;
+}
+
 Status ClientBase::Exchange(std::string_view Body, std::string& Reply, std::string* Console, int TimeoutMs) {
     if (m_Dead.load()) {
         return Status::ConnectionLost;
@@ -163,16 +175,13 @@ Status ClientBase::Exchange(std::string_view Body, std::string& Reply, std::stri
     if (m_Running.load()) {
         return Status::NotHalted;
     }
-    m_Out.clear();
-    AppendFrame(m_Out, Body);
-    m_LastPacket = m_Out;
-    if (!WriteRaw(m_Out)) {
+    Frame(Body);
+    if (!WriteRaw(m_Out.data(), m_Out.size())) {
         return Lose(Status::ConnectionLost, "connection closed by the GDB server");
     }
     const int Limit = TimeoutMs < 0 ? m_TimeoutMs : TimeoutMs;
-    const int64_t Deadline = NowMs() + Limit;
     for (;;) {
-        const Status S = ReadPacket(Reply, static_cast<int>(std::max<int64_t>(0, Deadline - NowMs())), true);
+        const Status S = ReadPacket(Reply, Limit, true);
         if (S == Status::Timeout) {
             return Lose(Status::Timeout,
                         "no answer from the GDB server within " + std::to_string(Limit) + " ms");
@@ -205,9 +214,11 @@ Status ClientBase::Send(std::string_view Body) {
     if (m_Dead.load()) {
         return Status::ConnectionLost;
     }
-    m_Out.clear();
-    AppendFrame(m_Out, Body);
-    return WriteRaw(m_Out) ? Status::Ok : Lose(Status::ConnectionLost, "connection closed by the GDB server");
+    Frame(Body);
+    m_LastSize = 0;
+    return WriteRaw(m_Out.data(), m_Out.size())
+               ? Status::Ok
+               : Lose(Status::ConnectionLost, "connection closed by the GDB server");
 }
 
 Status ClientBase::Resume(std::string_view Body) {
@@ -218,9 +229,7 @@ Status ClientBase::Resume(std::string_view Body) {
     if (m_Running.load()) {
         return Status::NotHalted;
     }
-    m_Out.clear();
-    AppendFrame(m_Out, Body);
-    m_LastPacket = m_Out;
+    Frame(Body);
     std::lock_guard<std::mutex> WriteLock(m_WriteMutex);
     if (!m_Socket.WriteAll(m_Out.data(), m_Out.size())) {
         return Lose(Status::ConnectionLost, "connection closed by the GDB server");

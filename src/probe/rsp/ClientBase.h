@@ -40,6 +40,10 @@ public:
     int Timeout() const { return m_TimeoutMs; }
     /// After a successful QStartNoAckMode neither side sends '+' any more.
     void SetNoAckMode(bool On) { m_NoAck = On; }
+    /// Sends the '+' for a reply together with the next packet instead of at once: one write and one
+    /// wake-up of the server fewer per request. Only for servers that don't wait for the '+' before
+    /// reading on (QEMU's stub); others would stall until our next packet.
+    void SetLazyAcks(bool On) { m_LazyAcks = On; }
     /// Receives the text of console output packets ("O" + hex) sent during qRcmd or while running.
     void SetConsoleHandler(std::function<void(std::string_view)> Handler) { m_Console = std::move(Handler); }
 
@@ -76,7 +80,8 @@ public:
 private:
     Status Exchange(std::string_view Body, std::string& Reply, std::string* Console, int TimeoutMs);
     Status ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetransmit);
-    bool WriteRaw(const std::string& Bytes);
+    bool WriteRaw(const char* Bytes, size_t Size);
+    void Frame(std::string_view Body);
     Status Lose(Status S, const std::string& Reason);
     bool IsConsolePacket(std::string_view Body) const;
     void EmitConsole(std::string_view HexText, std::string* Collect);
@@ -89,10 +94,13 @@ private:
     std::atomic<bool> m_Running{false};
     std::atomic<bool> m_Dead{false};
     std::string m_DeathReason;
-    std::string m_LastPacket; // for retransmission on '-'
-    std::string m_Out;
+    std::string m_Out;      // the packet last sent, after a pending '+'
+    size_t m_LastStart = 0; // where the packet starts in m_Out, for retransmission on '-'
+    size_t m_LastSize = 0;
     int m_TimeoutMs = 3000;
     bool m_NoAck = false;
+    bool m_LazyAcks = false;
+    bool m_AckPending = false;
     std::function<void(std::string_view)> m_Console;
 };
 

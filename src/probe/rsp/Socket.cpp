@@ -8,6 +8,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace tarvo::rsp {
@@ -110,19 +111,20 @@ Socket::ReadResult Socket::ReadSome(char* Buffer, size_t Capacity, size_t& Got, 
     if (m_Fd < 0) {
         return ReadResult::Closed;
     }
-    pollfd P{m_Fd, POLLIN, 0};
-    int N;
-    do {
-        N = poll(&P, 1, TimeoutMs);
-    } while (N < 0 && errno == EINTR);
-    if (N < 0) {
-        return ReadResult::Closed;
-    }
-    if (N == 0) {
-        return ReadResult::Timeout;
+    int Flags = 0;
+    if (TimeoutMs == 0) {
+        Flags = MSG_DONTWAIT;
+    } else if (TimeoutMs != m_ReceiveTimeout) {
+        timeval T{};
+        if (TimeoutMs > 0) {
+            T.tv_sec = TimeoutMs / 1000;
+            T.tv_usec = (TimeoutMs % 1000) * 1000;
+        }
+        setsockopt(m_Fd, SOL_SOCKET, SO_RCVTIMEO, &T, sizeof T);
+        m_ReceiveTimeout = TimeoutMs;
     }
     for (;;) {
-        const ssize_t R = recv(m_Fd, Buffer, Capacity, MSG_DONTWAIT);
+        const ssize_t R = recv(m_Fd, Buffer, Capacity, Flags);
         if (R > 0) {
             Got = static_cast<size_t>(R);
             return ReadResult::Data;
@@ -133,7 +135,7 @@ Socket::ReadResult Socket::ReadSome(char* Buffer, size_t Capacity, size_t& Got, 
         if (errno == EINTR) {
             continue;
         }
-        return errno == EAGAIN ? ReadResult::Timeout : ReadResult::Closed;
+        return errno == EAGAIN || errno == EWOULDBLOCK ? ReadResult::Timeout : ReadResult::Closed;
     }
 }
 

@@ -14,7 +14,9 @@ public:
     Socket() = default;
     explicit Socket(int Fd) : m_Fd(Fd) {}
     ~Socket() { Close(); }
-    Socket(Socket&& Other) noexcept : m_Fd(Other.m_Fd) { Other.m_Fd = -1; }
+    Socket(Socket&& Other) noexcept : m_Fd(Other.m_Fd), m_ReceiveTimeout(Other.m_ReceiveTimeout) {
+        Other.m_Fd = -1;
+    }
     Socket& operator=(Socket&& Other) noexcept;
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;
@@ -31,6 +33,7 @@ public:
 
     enum class ReadResult { Data, Timeout, Closed };
     /// Waits up to TimeoutMs (0 only looks, negative waits without limit) and reads what has arrived.
+    /// A blocking read with a receive time-out: one system call per read on the fast path.
     ReadResult ReadSome(char* Buffer, size_t Capacity, size_t& Got, int TimeoutMs);
 
     /// Ends both directions, which wakes a reader in another thread; the descriptor stays until Close.
@@ -39,6 +42,7 @@ public:
 
 private:
     int m_Fd = -1;
+    int m_ReceiveTimeout = -2; // the SO_RCVTIMEO now set, -2 unknown
 };
 
 /// Sets TCP_NODELAY on a TCP socket (a no-op on other sockets).

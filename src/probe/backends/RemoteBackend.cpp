@@ -312,6 +312,9 @@ bool RemoteBackend::Reset() {
 bool RemoteBackend::ResetTarget() {
     std::string Output;
     const rsp::Reply R = m_Client->Monitor("reset halt", Output, 10000);
+    if (!Output.empty() && m_Sink.Info) {
+        m_Sink.Info(Output);
+    }
     if (R.IsOk() || (R.Delivered() && !R.IsUnsupported() && !R.IsError())) {
         return true;
     }

@@ -1,6 +1,8 @@
 #include "probe/backends/QemuBackend.h"
 
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 namespace tarvo {
 
@@ -110,6 +112,14 @@ std::string QemuBackend::Firmware() const {
            m_Board.Machine + ") compiled " __DATE__;
 }
 
+// The socket usually breaks a moment before the process is reaped: wait a little for the better reason.
+std::string QemuBackend::ExplainLoss(const std::string& ClientReason) {
+    for (int i = 0; i < 30 && m_Process.Pid() > 0 && m_Process.IsRunning(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return m_Process.Pid() > 0 && !m_Process.IsRunning() ? m_Process.ExitDescription() : ClientReason;
+}
+
 U32 QemuBackend::SerialNumber() const {
     return EmulatedProbeSerial;
 }
@@ -144,7 +154,8 @@ bool QemuBackend::PrepareXpsr(U64 Xpsr) {
     return (Xpsr & ItStateBits) == 0 || WriteCore(TARVO_REG_XPSR, Xpsr & ~ItStateBits);
 }
 
-bool QemuBackend::ReadMissingRegisters(const std::vector<U32>& Indices, std::vector<U64>& Values) {
+void QemuBackend::ReadMissingRegisters(const std::vector<U32>& Indices, std::vector<U64>& Values,
+                                       std::vector<U8>& Got) {
     std::vector<std::pair<size_t, int>> Wanted; // position in Indices, SYSm
     for (size_t i = 0; i < Indices.size() && Wanted.size() < 8; ++i) {
         const int Sysm = SpecialRegister(Indices[i]);
@@ -153,7 +164,7 @@ bool QemuBackend::ReadMissingRegisters(const std::vector<U32>& Indices, std::vec
         }
     }
     if (Wanted.empty()) {
-        return false;
+        return;
     }
     // MRS rK, <special> for K = 0, 1, ...: one instruction per register, one step each.
     std::vector<U8> Code;
@@ -165,17 +176,17 @@ bool QemuBackend::ReadMissingRegisters(const std::vector<U32>& Indices, std::vec
     U64 Pc = 0, Xpsr = 0;
     for (size_t k = 0; k < Wanted.size(); ++k) {
         if (!ReadCore(static_cast<U32>(k), Saved[k])) {
-            return false;
+            return;
         }
     }
     if (!ReadCore(TARVO_REG_PC, Pc) || !ReadCore(TARVO_REG_XPSR, Xpsr)) {
-        return false;
+        return;
     }
     const U32 Scratch = m_Board.RamAddr;
     std::vector<U8> Memory(Code.size());
     if (RemoteBackend::ReadMemory(Scratch, Memory.size(), Memory.data()) != Memory.size() ||
         RemoteBackend::WriteMemory(Scratch, Code.size(), Code.data()) != Code.size()) {
-        return false;
+        return;
     }
     bool Ok = PrepareXpsr(Xpsr) && WriteCore(TARVO_REG_PC, Scratch);
     for (size_t k = 0; Ok && k < Wanted.size(); ++k) {
@@ -183,6 +194,7 @@ bool QemuBackend::ReadMissingRegisters(const std::vector<U32>& Indices, std::vec
     }
     for (size_t k = 0; Ok && k < Wanted.size(); ++k) {
         Ok = ReadCore(static_cast<U32>(k), Values[Wanted[k].first]);
+        Got[Wanted[k].first] = Ok ? 1 : 0;
     }
     // Put back what the instructions touched, whether they ran or not.
     for (size_t k = 0; k < Wanted.size() && IsConnected(); ++k) {
@@ -193,7 +205,6 @@ bool QemuBackend::ReadMissingRegisters(const std::vector<U32>& Indices, std::vec
         WriteCore(TARVO_REG_XPSR, Xpsr);
         RemoteBackend::WriteMemory(Scratch, Memory.size(), Memory.data());
     }
-    return Ok;
 }
 
 bool QemuBackend::WriteMissingRegister(U32 Index, U64 Value) {

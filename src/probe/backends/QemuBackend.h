@@ -36,8 +36,10 @@ protected:
     /// QEMU's stub never waits for an acknowledgement: send it with the next packet.
     void ConfigureClient(rsp::GdbClient& C) override { C.SetLazyAcks(true); }
     bool ResetTarget() override;
+    std::string ExplainLoss(const std::string& ClientReason) override;
     size_t ReadWhileRunning(U32 Address, size_t Size, U8* Out) override;
-    bool ReadMissingRegisters(const std::vector<U32>& Indices, std::vector<U64>& Values) override;
+    void ReadMissingRegisters(const std::vector<U32>& Indices, std::vector<U64>& Values,
+                              std::vector<U8>& Got) override;
     bool WriteMissingRegister(U32 Index, U64 Value) override;
 
 private:

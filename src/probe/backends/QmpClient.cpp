@@ -191,14 +191,17 @@ size_t ParseMemoryDump(const std::string& Text, size_t ItemSize, U8* Out, size_t
 
 size_t QmpClient::ReadMemory(U32 Address, size_t Size, U8* Out, int TimeoutMs) {
     size_t Done = 0;
+    // QEMU reads a whole output line (16 bytes) at once and fails all of it when any byte fails: after
+    // a short read, go on byte by byte to find where the readable part really ends.
+    bool Bytewise = false;
     while (Done < Size) {
         const U32 A = Address + static_cast<U32>(Done);
         const size_t Left = Size - Done;
         // Words where the address and size allow it: a quarter of the text for the same bytes.
-        const bool Words = A % 4 == 0 && Left >= 4;
+        const bool Words = !Bytewise && A % 4 == 0 && Left >= 4;
         const size_t Item = Words ? 4 : 1;
-        const size_t Count = std::min<size_t>(
-            Words ? Left / 4 : (A % 4 == 0 ? Left : std::min<size_t>(Left, 4 - A % 4)), 1024);
+        size_t Count = Words ? Left / 4 : (A % 4 == 0 ? Left : std::min<size_t>(Left, 4 - A % 4));
+        Count = Bytewise ? 1 : std::min<size_t>(Count, 1024);
         char Cmd[64];
         std::snprintf(Cmd, sizeof Cmd, "xp /%zu%cx 0x%x", Count, Words ? 'w' : 'b', A);
         std::string Text;
@@ -208,7 +211,10 @@ size_t QmpClient::ReadMemory(U32 Address, size_t Size, U8* Out, int TimeoutMs) {
         const size_t Got = ParseMemoryDump(Text, Item, Out + Done, Count * Item);
         Done += Got;
         if (Got < Count * Item) {
-            break;
+            if (Bytewise || Count * Item == 1) {
+                break;
+            }
+            Bytewise = true;
         }
     }
     return Done;

@@ -143,7 +143,9 @@ void RemoteBackend::ReportLost(const std::string& Reason) {
     if (m_Client) {
         m_Client->Kill(Reason);
     }
-    AnnounceLost(m_Client ? LostReason() : Reason);
+    if (!m_LostReported.load()) {
+        AnnounceLost(ExplainLoss(m_Client ? LostReason() : Reason));
+    }
 }
 
 void RemoteBackend::AnnounceLost(const std::string& Reason) {
@@ -521,8 +523,9 @@ bool RemoteBackend::ReadRegisters(const U32* Indices, U64* Values, U8* Status, s
     if (!Missing.empty()) {
         std::vector<U64> Found(Missing.size(), 0);
         std::vector<U8> Got(Missing.size(), 0);
-        if (ReadMissingRegisters(Missing, Found)) {
-            for (size_t k = 0; k < Missing.size(); ++k) {
+        ReadMissingRegisters(Missing, Found, Got);
+        for (size_t k = 0; k < Missing.size(); ++k) {
+            if (Got[k]) {
                 m_MissingCache[Missing[k]] = Found[k];
             }
         }
@@ -583,9 +586,7 @@ bool RemoteBackend::WriteRegister(U32 Index, U64 Value) {
     return Ok;
 }
 
-bool RemoteBackend::ReadMissingRegisters(const std::vector<U32>&, std::vector<U64>&) {
-    return false;
-}
+void RemoteBackend::ReadMissingRegisters(const std::vector<U32>&, std::vector<U64>&, std::vector<U8>&) {}
 
 bool RemoteBackend::WriteMissingRegister(U32, U64) {
     return false;

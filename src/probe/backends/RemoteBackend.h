@@ -72,8 +72,9 @@ protected:
     /// Adjusts a new client before the first packet.
     virtual void ConfigureClient(rsp::GdbClient& C) { (void)C; }
     /// Registers the description lacks, which a derived back end may reach another way. The target is
-    /// halted. Values of the indices it can read go into Values; false if it can read none.
-    virtual bool ReadMissingRegisters(const std::vector<U32>& Indices, std::vector<U64>& Values);
+    /// halted. Got[i] is set for each index read into Values[i].
+    virtual void ReadMissingRegisters(const std::vector<U32>& Indices, std::vector<U64>& Values,
+                                      std::vector<U8>& Got);
     virtual bool WriteMissingRegister(U32 Index, U64 Value);
     /// Reset with the target left halted; the default asks the server's monitor and falls back to a
     /// system reset request with the reset vector catch set.
@@ -84,6 +85,9 @@ protected:
     void ReportLost(const std::string& Reason);
     /// Tells the error callback once per connection that it is gone. Any thread.
     void AnnounceLost(const std::string& Reason);
+    /// The reason to give for a connection that broke with ClientReason; a derived back end may know
+    /// better (the process behind it ended).
+    virtual std::string ExplainLoss(const std::string& ClientReason) { return ClientReason; }
     void InvalidateRegisters();
     bool StartResume(bool Step);
     bool WaitStepStop();

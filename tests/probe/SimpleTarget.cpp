@@ -52,6 +52,10 @@ SimpleTarget::SimpleTarget(MockServer& Server) : m_Server(Server) {
     Server.SetHandler([this](const std::string& P) { return Handle(P); });
 }
 
+SimpleTarget::~SimpleTarget() {
+    m_Server.SetHandler(nullptr);
+}
+
 std::string SimpleTarget::HexOf(int Number) const {
     std::string Out;
     const uint64_t V = m_Values.at(Number);

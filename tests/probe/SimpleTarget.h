@@ -25,6 +25,8 @@ public:
     static constexpr int PcNumber = 15, MspNumber = 30, PrimaskNumber = 32, D0Number = 40;
 
     explicit SimpleTarget(MockServer& Server);
+    /// Takes the handler off the server, waiting for one that runs.
+    ~SimpleTarget();
 
     uint64_t Register(int Number) const { return m_Values.at(Number); }
     void SetRegister(int Number, uint64_t Value) { m_Values[Number] = Value; }

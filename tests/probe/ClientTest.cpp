@@ -175,6 +175,17 @@ TEST_F(ClientTest, SplitsMemoryTransfersToThePacketSize) {
     }
 }
 
+TEST_F(ClientTest, WritesEvenWithATinyPacketSize) {
+    Memory Mem;
+    Server.SetHandler([&](const std::string& P) { return Mem.Handle(P); });
+    Client->SetPacketSize(40); // room for 10 bytes of data behind "M20000000,xxxxxxxx:"
+    const std::vector<uint8_t> Data(37, 0xAB);
+    size_t Done = 0;
+    ASSERT_EQ(Client->WriteMemory(0x20000000, Data.size(), Data.data(), Done), Status::Ok);
+    EXPECT_EQ(Done, Data.size());
+    EXPECT_EQ(Mem.Bytes[36], 0xAB);
+}
+
 TEST_F(ClientTest, FindsTheReadablePartOfAFailingRange) {
     Memory Mem;
     Mem.Bytes[0xFFFF] = 0x5A;

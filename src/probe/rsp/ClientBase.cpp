@@ -139,6 +139,9 @@ Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetran
         if (m_Dead.load()) {
             return Status::ConnectionLost;
         }
+        // Between packets, wake only for as much as the shortest reply ("$#00"): the server's '+'
+        // alone is no reason to wake and read again. Inside a packet any byte may be the last.
+        m_Socket.SetMinimumRead(m_Decoder.InPacket() ? 1 : 4);
         size_t Got = 0;
         switch (m_Socket.ReadSome(Buffer, sizeof Buffer, Got, TimeoutMs)) {
         case Socket::ReadResult::Data:

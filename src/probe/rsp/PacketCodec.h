@@ -51,6 +51,8 @@ public:
     void Feed(const char* Data, size_t Size);
     bool Next(Event& Out);
     bool HasEvent() const { return !m_Events.empty(); }
+    /// True between the '$' of a packet and its checksum.
+    bool InPacket() const { return m_State != State::Idle; }
     void Reset();
 
 private:

@@ -17,6 +17,8 @@ Socket& Socket::operator=(Socket&& Other) noexcept {
     if (this != &Other) {
         Close();
         m_Fd = Other.m_Fd;
+        m_ReceiveTimeout = Other.m_ReceiveTimeout;
+        m_MinimumRead = Other.m_MinimumRead;
         Other.m_Fd = -1;
     }
     return *this;
@@ -136,6 +138,13 @@ Socket::ReadResult Socket::ReadSome(char* Buffer, size_t Capacity, size_t& Got, 
             continue;
         }
         return errno == EAGAIN || errno == EWOULDBLOCK ? ReadResult::Timeout : ReadResult::Closed;
+    }
+}
+
+void Socket::SetMinimumRead(int Bytes) {
+    if (m_Fd >= 0 && Bytes != m_MinimumRead) {
+        setsockopt(m_Fd, SOL_SOCKET, SO_RCVLOWAT, &Bytes, sizeof Bytes);
+        m_MinimumRead = Bytes;
     }
 }
 

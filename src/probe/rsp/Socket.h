@@ -36,6 +36,9 @@ public:
     /// A blocking read with a receive time-out: one system call per read on the fast path.
     ReadResult ReadSome(char* Buffer, size_t Capacity, size_t& Got, int TimeoutMs);
 
+    /// The fewest bytes a blocking read waits for (SO_RCVLOWAT); set only when it changes.
+    void SetMinimumRead(int Bytes);
+
     /// Ends both directions, which wakes a reader in another thread; the descriptor stays until Close.
     void Shutdown();
     void Close();
@@ -43,6 +46,7 @@ public:
 private:
     int m_Fd = -1;
     int m_ReceiveTimeout = -2; // the SO_RCVTIMEO now set, -2 unknown
+    int m_MinimumRead = 1;
 };
 
 /// Sets TCP_NODELAY on a TCP socket (a no-op on other sockets).

@@ -19,3 +19,30 @@ struct ProcessResult {
 ProcessResult RunProcess(const std::vector<std::string>& Argv, int TimeoutMs, const std::string& Input = {});
 
 } // namespace probetest
+
+namespace probetest {
+
+/// A child that keeps running and talks over pipes (gdb-multiarch taking one command at a time). In a
+/// process group of its own with PR_SET_PDEATHSIG; ended with its group when the object goes.
+class ChildProcess {
+public:
+    ChildProcess() = default;
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    bool Start(const std::vector<std::string>& Argv);
+    bool WriteLine(const std::string& Line);
+    /// Reads lines until one contains Needle (returned in Line); false at the end of output or after
+    /// TimeoutMs. Output is the text read on the way.
+    bool ReadUntil(const std::string& Needle, std::string& Line, int TimeoutMs,
+                   std::string* Output = nullptr);
+
+private:
+    int m_Pid = -1;
+    int m_In = -1;
+    int m_Out = -1;
+    std::string m_Buffer;
+};
+
+} // namespace probetest

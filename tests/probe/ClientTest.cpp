@@ -72,7 +72,9 @@ TEST_F(ClientTest, RetransmitsWhenTheServerRejectsAPacket) {
     Server.NakRequests = 2;
     Server.SetHandler([](const std::string&) { return std::string("OK"); });
     std::string Reply;
+    const auto Start = std::chrono::steady_clock::now();
     ASSERT_EQ(Client->Request("Hg0", Reply), Status::Ok);
+    EXPECT_LT(ElapsedMs(Start), 500) << "a lone '-' is answered at once, not after the time-out";
     EXPECT_EQ(Reply, "OK");
     EXPECT_EQ(Server.Received().size(), 1u);
 }

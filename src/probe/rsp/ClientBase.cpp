@@ -140,8 +140,12 @@ Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetran
             return Status::ConnectionLost;
         }
         // Between packets, wake only for as much as the shortest reply ("$#00"): the server's '+'
-        // alone is no reason to wake and read again. Inside a packet any byte may be the last.
-        m_Socket.SetMinimumRead(m_Decoder.InPacket() ? 1 : 4);
+        // alone is no reason to wake and read again. Inside a packet any byte may be the last. A
+        // server that may answer with a lone '-' must wake us at once, unless it never sends one: in
+        // no-ack mode, or a local QEMU (which only rejects damaged packets; should it ever, the '-' is
+        // taken when the read's time-out passes).
+        const bool LoneByteMatters = !m_NoAck && !m_LazyAcks;
+        m_Socket.SetMinimumRead(m_Decoder.InPacket() || LoneByteMatters ? 1 : 4);
         size_t Got = 0;
         switch (m_Socket.ReadSome(Buffer, sizeof Buffer, Got, TimeoutMs)) {
         case Socket::ReadResult::Data:

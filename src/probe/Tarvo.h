@@ -107,9 +107,13 @@ typedef struct {  /* 2392 bytes (x64) */
     U8 Rest[1828];
 } TARVO_DEVICE_INFO; /* offsets 0,8,20,24,32,36,40,560 */
 
+/* The emulated probe on the USB interface answers to this serial number (TARVOARM_EMU_SelectByUSBSN). */
+#define TARVO_EMU_SERIAL_NO 62200001u
+
 /* ---------- session / connection ---------- */
-U32 TARVOARM_GetDLLVersion(void);                   /* version number, e.g. 62006 */
-int TARVOARM_SelectIP(const char* sHost, int Port); /* 1 = failure (Port, callers pass 0) */
+U32 TARVOARM_GetDLLVersion(void);                   /* version number: 62200 */
+int TARVOARM_SelectIP(const char* sHost, int Port); /* "host" or "host:port" (3333 when none); a Port
+                                                       above 0 overrides; 1 = failure */
 int TARVOARM_SelectUSB(int Port);                   /* <0 = failure */
 int TARVOARM_EMU_SelectByUSBSN(U32 SerialNo);       /* <0 = not found */
 void TARVOARM_EnableLog(TARVO_LOG_FUNC f);          /* result unused */
@@ -119,34 +123,46 @@ const char* TARVOARM_Open(void);                    /* NULL on success, else err
 char TARVOARM_IsOpen(void);                         /* 0 = not open */
 void TARVOARM_Close(void);                          /* no result */
 U32 TARVOARM_GetSN(void);                           /* probe serial number */
-int TARVOARM_GetFirmwareString(char* s, int Size);  /* text in s; result unused  */
+int TARVOARM_GetFirmwareString(char* s, int Size);  /* text in s (cut to Size); the text's length */
 int TARVOARM_ExecCommand(const char* sCmd, char* sAnswer,
-                         int AnswerSize);                   /* empty answer = ok, else error text */
-int TARVOARM_SetEndian(int BigEndian);                      /* result unused */
-int TARVOARM_SetCoreIndex(U32 Index);                       /* result unused */
-int TARVOARM_TIF_Select(int Interface);                     /* 0 JTAG,1 SWD,3 FINE,7 cJTAG; result unused */
-int TARVOARM_ConfigJTAG(int IRPre, int DRPre);              /* result unused */
-void TARVOARM_SetSpeed(U32 kHz);                            /* 0 = max, 65535 = adaptive */
-U32 TARVOARM_GetSpeed(void);                                /* low 16 bits kHz; 0 max, 65535 adaptive */
-int TARVOARM_Connect(void);                                 /* 0 on success */
-char TARVOARM_IsConnected(void);                            /* non-zero while connected */
-int TARVOARM_EnableSoftBPs(char Enable);                    /* result unused; called with 1 */
-void TARVOARM_SetLogFile(const char* sPath);                /* no result */
-int TARVOARM_EMU_HasCapEx(int Cap);                         /* 0 = capability missing (23 = SWO) */
-int TARVO_GetMemZones(TARVO_MEM_ZONE* Zones, int MaxZones); /* number of zones (<0 error) */
+                         int AnswerSize);      /* "name=value" or "name value"; empty answer and 0 = ok, else
+                                                  the error text and -1. Beside the commands the debugger
+                                                  sends: "QemuPath=<path>", "QemuArgs=<arguments>" (extra
+                                                  arguments of the emulated board), "Timeout=<ms>" (reply
+                                                  time-out of a GDB server), "InvalidateCache" (registers
+                                                  changed behind the library's back), "monitor <command>"
+                                                  (the GDB server's monitor; its output goes to the log) */
+int TARVOARM_SetEndian(int BigEndian);         /* result unused */
+int TARVOARM_SetCoreIndex(U32 Index);          /* result unused */
+int TARVOARM_TIF_Select(int Interface);        /* 0 JTAG,1 SWD,3 FINE,7 cJTAG; result unused */
+int TARVOARM_ConfigJTAG(int IRPre, int DRPre); /* result unused */
+void TARVOARM_SetSpeed(U32 kHz);               /* 0 = max, 65535 = adaptive */
+U32 TARVOARM_GetSpeed(void);                   /* low 16 bits kHz; 0 max, 65535 adaptive */
+int TARVOARM_Connect(void);                    /* 0 on success */
+char TARVOARM_IsConnected(void);               /* non-zero while connected */
+int TARVOARM_EnableSoftBPs(char Enable);       /* result unused; called with 1 */
+void TARVOARM_SetLogFile(const char* sPath);   /* no result */
+int TARVOARM_EMU_HasCapEx(int Cap);            /* 0 = capability missing (23 = SWO) */
+int TARVO_GetMemZones(TARVO_MEM_ZONE* Zones, int MaxZones); /* number of zones filled: one, "Default",
+                                                               the target's memory; zoned calls take
+                                                               it or a null zone, others fail */
 void* TARVO_GetpFunc(U32 Index);                            /* NULL = not available */
 /* GetpFunc(12): int (*)(void)            -> <0 unknown, else b1 data endian, b0 instr endian (signature)
    GetpFunc(10): int (*)(void)            -> 0 no BMA, 1 yes, 2 stop-mode emulation      (signature)
-   GetpFunc(33): int (*)(void* p,int sz)  -> fills record, 2nd U32 = web server port    (signature) */
+   GetpFunc(33): int (*)(void* p,int sz)  -> fills {U32 size 8, U32 port}: port 0, no web server;
+                                             0 ok, -1 when sz < 8 */
 
 /* ---------- run control ---------- */
 int TARVOARM_IsHalted(void);                     /* >=1 halted, 0 running, <0 connection lost */
 int TARVOARM_Halt(void);                         /* 0 on success */
-void TARVOARM_GoEx(U32 MaxEmulInsts, U32 Flags); /* called (0,1); arg meaning */
-int TARVOARM_Step(void);                         /* 0 on success */
-void TARVOARM_SetResetType(int Type);            /* called with 0 */
-void TARVOARM_SetResetDelay(int Delay);          /* called with 0 */
-int TARVOARM_Reset(void);                        /* 0 on success */
+void TARVOARM_GoEx(U32 MaxEmulInsts, U32 Flags); /* called (0,1): MaxEmulInsts 0 = no limit (ignored);
+                                                   Flags TARVO_GO_OVERSTEP_BP: a breakpoint at the PC
+                                                   doesn't stop the target at once */
+#define TARVO_GO_OVERSTEP_BP 1u
+int TARVOARM_Step(void);                /* 0 on success */
+void TARVOARM_SetResetType(int Type);   /* called with 0 */
+void TARVOARM_SetResetDelay(int Delay); /* called with 0 */
+int TARVOARM_Reset(void);               /* 0 on success */
 
 /* ---------- memory ---------- */
 int TARVOARM_ReadMemU8(U32 Addr, U32 NumItems, U8* pData, U8* pStatus);   /* items read */
@@ -161,12 +177,12 @@ int TARVOARM_WriteU32(U32 Addr, U32 Data);                                /* 0 o
 int TARVOARM_WriteU64(U32 Addr, U64 Data);                                /* 0 on success */
 int TARVOARM_WriteMemEx(U32 Addr, U32 NumBytes, const void* pData,
                         U32 Width);                               /* bytes written, <0 error (=0) */
-int TARVOARM_WriteMem(U32 Addr, U32 NumBytes, const void* pData); /* semihosting only; result (bytes or 0) */
+int TARVOARM_WriteMem(U32 Addr, U32 NumBytes, const void* pData); /* bytes written, <0 not connected */
 int TARVO_ReadMemZonedEx(U32 Addr, U32 NumBytes, void* pData, U32 Width, const char* sZone); /* bytes read */
-int TARVO_ReadMemZonedU16(U32 Addr, U32 NumItems, U16* pData, U8* pStatus,
-                          const char* sZone); /* count 2 gives 2 */
-int TARVO_ReadMemZonedU32(U32 Addr, U32 NumItems, U32* pData, U8* pStatus,
-                          const char* sZone); /* count 2 gives 2 */
+/* Zoned typed reads count in bytes, rounded up to whole items, and return bytes: (2 bytes) gives 2,
+   (count 1 of U32) reads one word and gives 4. pStatus gets one byte per item. */
+int TARVO_ReadMemZonedU16(U32 Addr, U32 NumItems, U16* pData, U8* pStatus, const char* sZone);
+int TARVO_ReadMemZonedU32(U32 Addr, U32 NumItems, U32* pData, U8* pStatus, const char* sZone);
 int TARVO_WriteMemZonedEx(U32 Addr, U32 NumBytes, const void* pData, U32 Width,
                           const char* sZone);                   /* bytes written */
 int TARVO_WriteZonedU16(U32 Addr, U16 Data, const char* sZone); /* 0 on success */
@@ -191,25 +207,42 @@ enum TARVO_ARM_REGS {
     TARVO_REG_S0 = 32, /* S0 to S31 are 32 to 63 */
     TARVO_REG_COUNT = 64
 };
-int TARVOARM_ReadReg(U32 RegIndex, U64* pValue);                              /* 0 ok, <0 failure */
-int TARVOARM_WriteReg(U32 RegIndex, U64 Value);                               /* 0 ok, <0 failure */
-int TARVOARM_ReadRegs(const U32* paRegIndex, U64* paValue, U8* paStatus, U32 NumRegs); /* 0 ok; status 0 = read */
+int TARVOARM_ReadReg(U32 RegIndex, U64* pValue); /* 0 ok, <0 failure */
+int TARVOARM_WriteReg(U32 RegIndex, U64 Value);  /* 0 ok, <0 failure */
+int TARVOARM_ReadRegs(const U32* paRegIndex, U64* paValue, U8* paStatus,
+                      U32 NumRegs); /* 0 when read at all (halted, connected), <0 otherwise;
+                                       status 0 = read, 1 = this register isn't available */
 
 /* ---------- breakpoints ---------- */
 int TARVOARM_FindBP(U32 Addr);            /* handle, 0 = none */
-int TARVOARM_SetBPEx(U32 Addr, U32 Type); /* handle, 0 = failure; Type = pluginMode | mask */
+int TARVOARM_SetBPEx(U32 Addr, U32 Type); /* handle, 0 = failure; the same handle for an address
+                                             that has one. Type bits 0-3: the instruction's size in
+                                             bytes (2 or 4; 0 = 2), the core plug-in's mode; bits 4-7
+                                             allow a software, bits 8-31 a hardware breakpoint (a
+                                             hardware one is tried first) */
 int TARVOARM_ClrBPEx(int Handle);         /* 0 on success; -1 = all */
-int TARVOARM_GetBPInfoEx(int Handle, TARVO_BP_INFO* pInfo); /* >=0 ok (count for -1), <0 error */
+int TARVOARM_GetBPInfoEx(int Handle, TARVO_BP_INFO* pInfo); /* 0 ok, <0 unknown handle; Handle -1 gives
+                                                              the count. Reserved0 = address,
+                                                              Reserved1 = type as set */
 
 /* ---------- data events ---------- */
-int TARVOARM_SetDataEvent(TARVO_DATA_EVENT* pEvent, U32* pHandle); /* <0 = error bit set (0x80000000|bits) */
+int TARVOARM_SetDataEvent(TARVO_DATA_EVENT* pEvent, U32* pHandle); /* 0 ok, handle in *pHandle; <0 =
+      0x80000000 | bits. Access bit 0 write, bits 1-2 width 2 or 4; AccessMask bit 0 either direction,
+      bits 1-2 any width, bit 4 any privilege. AddrMask (set bits don't care) must cover 2^n bytes once
+      widened to the width (bit 5 otherwise); DataMask must be all ones: no value condition (bit 6) */
 int TARVOARM_ClrDataEvent(int Handle);                             /* 0 on success; -1 = all */
-int TARVOARM_GetWPInfoEx(int Index, TARVO_DATA_EVENT_INFO* pInfo); /* Index -1: number of events */
+int TARVOARM_GetWPInfoEx(int Index, TARVO_DATA_EVENT_INFO* pInfo); /* Index -1: number of events;
+                                                                     0..n-1: 0 and the event, with
+                                                                     the widened mask; else -1 */
 
 /* ---------- download ---------- */
 int TARVOARM_BeginDownload(U32 Flags); /* called with 0; result unused */
 int TARVOARM_EndDownload(void);        /* >=0 ok; -1 unspecified, -2 compare, -3 program/erase, -4 verify */
 
+/* ---------- SWO, MCT, HSS, power trace, instruction trace ----------
+   Channels of probe hardware that neither a GDB server nor the emulated board offers: every call fails
+   the way its caller expects (HSS_Start -4, the others <0 or 0 bytes), and the calls that start a
+   channel say why through the error callback. */
 /* ---------- SWO ---------- */
 int TARVOARM_SWO_DisableTarget(U32 PortMask);   /* <0 failure; all ones = all ports */
 int TARVOARM_SWO_Control(U32 Cmd, void* pData); /* cmd 2 = discard (NULL all / &count); <0 failure */
@@ -247,7 +280,8 @@ int TARVO_STRACE_Control(U32 Cmd, void* pData); /* 0 add TARVO_TRACE_EVENT, 2 cl
 
 /* ---------- device table ---------- */
 int TARVOARM_DEVICE_GetInfo(
-    int Index, TARVO_DEVICE_INFO* pInfo);        /* (-1, NULL): number of devices; else 0 ok, <0 bad index */
+    int Index, TARVO_DEVICE_INFO* pInfo);        /* (-1, NULL): number of devices; else 0 ok, <0 bad index;
+                                                    fills no more than SizeOfStruct bytes (0: all) */
 int TARVOARM_DEVICE_GetIndex(const char* sName); /* index, <0 unknown (0 treated as none) */
 const char* TARVOARM_Core2CoreName(U32 Core);    /* the core's name, e.g. "Cortex-M4" */
 

@@ -37,6 +37,11 @@ ArnexRun ArnexProcess::Run(const QStringList& Args, int TimeoutMs) const {
     if (!Result.Lines.isEmpty() && Result.Lines.last().isEmpty()) {
         Result.Lines.removeLast();
     }
+    // The first paint announces the probe library beside the program; the runs' own lines follow.
+    if (!Result.Lines.isEmpty() &&
+        Result.Lines.first().startsWith(QStringLiteral("Tarvo software found at: "))) {
+        Result.Startup = Result.Lines.takeFirst();
+    }
     Result.Stderr = QString::fromUtf8(P.readAllStandardError());
     return Result;
 }

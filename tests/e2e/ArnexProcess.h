@@ -8,7 +8,8 @@
 struct ArnexRun {
     int ExitCode = -1;
     bool Finished = false;
-    QStringList Lines; ///< standard output, line by line
+    QStringList Lines; ///< standard output, line by line, without the start-up line below
+    QString Startup;   ///< the start-up line that names the probe library, when it is there
     QString Stderr;
 };
 

@@ -18,6 +18,13 @@ TEST(Startup, EchoesAndRunsTypedLines) {
               QStringList({"Util.Log (\"a,b\");", "a,b", "Util.LogHex (\"PC=\", 0x1F);", "PC=0x0000001F"}));
 }
 
+TEST(Startup, NamesTheProbeLibraryBesideTheProgram) {
+    ArnexProcess Arnex;
+    const ArnexRun R = Arnex.Exec({"Util.Log x"});
+    EXPECT_EQ(R.Startup,
+              "Tarvo software found at: " + qEnvironmentVariable("ARNEX_BIN_DIR") + "/libtarvo.so");
+}
+
 TEST(Startup, HelpTableHasItsColumns) {
     ArnexProcess Arnex;
     const ArnexRun R = Arnex.Exec({"help"});

@@ -1,0 +1,301 @@
+#include "probe/rsp/ClientBase.h"
+
+#include "probe/rsp/Hex.h"
+
+#include <chrono>
+
+namespace tarvo::rsp {
+
+namespace {
+constexpr int MaxRetransmits = 3;
+
+int64_t NowMs() {
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+bool IsStopReply(std::string_view Body) {
+    return !Body.empty() && (Body[0] == 'T' || Body[0] == 'S' || Body[0] == 'W' || Body[0] == 'X');
+}
+} // namespace
+
+const char* StatusText(Status S) {
+    switch (S) {
+    case Status::Ok:
+        return "ok";
+    case Status::Timeout:
+        return "no answer from the GDB server in time";
+    case Status::ConnectionLost:
+        return "connection to the GDB server lost";
+    case Status::NotHalted:
+        return "target is running";
+    case Status::Protocol:
+        return "malformed answer from the GDB server";
+    }
+    return "unknown";
+}
+
+ClientBase::ClientBase(Socket S) : m_Socket(std::move(S)) {
+    if (!m_Socket.IsOpen()) {
+        m_Dead = true;
+        m_DeathReason = "not connected";
+    }
+}
+
+std::string ClientBase::DeathReason() const {
+    std::lock_guard<std::mutex> Lock(m_ReasonMutex);
+    return m_DeathReason;
+}
+
+void ClientBase::Kill(const std::string& Reason) {
+    {
+        std::lock_guard<std::mutex> Lock(m_ReasonMutex);
+        if (!m_Dead.load()) {
+            m_DeathReason = Reason;
+        }
+    }
+    m_Dead = true;
+    m_Socket.Shutdown();
+}
+
+Status ClientBase::Lose(Status S, const std::string& Reason) {
+    Kill(Reason);
+    return S;
+}
+
+bool ClientBase::WriteRaw(const char* Bytes, size_t Size) {
+    std::lock_guard<std::mutex> Lock(m_WriteMutex);
+    return m_Socket.WriteAll(Bytes, Size);
+}
+
+bool ClientBase::IsConsolePacket(std::string_view Body) const {
+    if (Body.size() < 3 || Body[0] != 'O' || Body.size() % 2 == 0) {
+        return false;
+    }
+    for (size_t i = 1; i < Body.size(); ++i) {
+        if (HexDigitValue(Body[i]) < 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void ClientBase::EmitConsole(std::string_view HexText, std::string* Collect) {
+    std::string Text(HexText.size() / 2, '\0');
+    DecodeHexBytes(HexText, reinterpret_cast<uint8_t*>(Text.data()), Text.size());
+    if (Collect) {
+        Collect->append(Text);
+    } else if (m_Console) {
+        m_Console(Text);
+    }
+}
+
+// Reads the next packet, answering it with '+' and asking for a resend of a damaged one. Acks from the
+// server are consumed here; a '-' makes us send our last packet again.
+// Reads the next packet, answering it with '+' and asking for a resend of a damaged one. Acks from the
+// server are consumed here; a '-' makes us send our last packet again. Each read waits up to TimeoutMs
+// (so the socket's receive time-out rarely changes); the whole read ends at the deadline.
+Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetransmit) {
+    const int64_t Deadline = TimeoutMs < 0 ? -1 : NowMs() + TimeoutMs;
+    int Retries = 0;
+    char Buffer[16384];
+    for (;;) {
+        PacketDecoder::Event E;
+        while (m_Decoder.Next(E)) {
+            switch (E.Kind) {
+            case PacketDecoder::EventKind::Packet:
+                if (!m_NoAck) {
+                    if (m_LazyAcks) {
+                        m_AckPending = true;
+                    } else if (!WriteRaw("+", 1)) {
+                        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+                    }
+                }
+                Body = std::move(E.Body);
+                return Status::Ok;
+            case PacketDecoder::EventKind::BadPacket:
+                if (m_NoAck || ++Retries > MaxRetransmits) {
+                    return Lose(Status::Protocol, "malformed packet from the GDB server: " + E.Error);
+                }
+                if (!WriteRaw("-", 1)) {
+                    return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+                }
+                break;
+            case PacketDecoder::EventKind::Nak:
+                if (AllowRetransmit && m_LastSize > 0) {
+                    if (++Retries > MaxRetransmits) {
+                        return Lose(Status::Protocol, "the GDB server refused our packet repeatedly");
+                    }
+                    if (!WriteRaw(m_Out.data() + m_LastStart, m_LastSize)) {
+                        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+                    }
+                }
+                break;
+            case PacketDecoder::EventKind::Ack:
+            case PacketDecoder::EventKind::Interrupt:
+                break;
+            }
+        }
+        if (m_Dead.load()) {
+            return Status::ConnectionLost;
+        }
+        // Between packets, wake only for as much as the shortest reply ("$#00"): the server's '+'
+        // alone is no reason to wake and read again. Inside a packet any byte may be the last. A
+        // server that may answer with a lone '-' must wake us at once, unless it never sends one: in
+        // no-ack mode, or a local QEMU (which only rejects damaged packets; should it ever, the '-' is
+        // taken when the read's time-out passes).
+        const bool LoneByteMatters = !m_NoAck && !m_LazyAcks;
+        m_Socket.SetMinimumRead(m_Decoder.InPacket() || LoneByteMatters ? 1 : 4);
+        size_t Got = 0;
+        switch (m_Socket.ReadSome(Buffer, sizeof Buffer, Got, TimeoutMs)) {
+        case Socket::ReadResult::Data:
+            m_Decoder.Feed(Buffer, Got);
+            break;
+        case Socket::ReadResult::Timeout:
+            if (TimeoutMs == 0 || (Deadline >= 0 && NowMs() >= Deadline)) {
+                return Status::Timeout;
+            }
+            break;
+        case Socket::ReadResult::Closed:
+            return Lose(Status::ConnectionLost,
+                        m_Dead.load() ? DeathReason() : "connection closed by the GDB server");
+        }
+    }
+}
+
+// Frames Body into m_Out behind a pending acknowledgement, so that both go out in one write.
+void ClientBase::Frame(std::string_view Body) {
+    m_Out.clear();
+    if (m_AckPending) {
+        m_Out.push_back('+');
+        m_AckPending = false;
+    }
+    m_LastStart = m_Out.size();
+    AppendFrame(m_Out, Body);
+    m_LastSize = m_Out.size() - m_LastStart;
+}
+
+Status ClientBase::Exchange(std::string_view Body, std::string& Reply, std::string* Console, int TimeoutMs) {
+    if (m_Dead.load()) {
+        return Status::ConnectionLost;
+    }
+    if (m_Running.load()) {
+        return Status::NotHalted;
+    }
+    Frame(Body);
+    if (!WriteRaw(m_Out.data(), m_Out.size())) {
+        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+    }
+    const int Limit = TimeoutMs < 0 ? m_TimeoutMs : TimeoutMs;
+    for (;;) {
+        const Status S = ReadPacket(Reply, Limit, true);
+        if (S == Status::Timeout) {
+            return Lose(Status::Timeout,
+                        "no answer from the GDB server within " + std::to_string(Limit) + " ms");
+        }
+        if (S != Status::Ok) {
+            return S;
+        }
+        if (Console && IsConsolePacket(Reply)) {
+            EmitConsole(std::string_view(Reply).substr(1), Console);
+            continue;
+        }
+        return Status::Ok;
+    }
+}
+
+Status ClientBase::Request(std::string_view Body, std::string& Reply, int TimeoutMs) {
+    std::lock_guard<std::mutex> Lock(m_Mutex);
+    return Exchange(Body, Reply, nullptr, TimeoutMs);
+}
+
+Status ClientBase::RequestWithConsole(std::string_view Body, std::string& Reply, std::string& Console,
+                                      int TimeoutMs) {
+    std::lock_guard<std::mutex> Lock(m_Mutex);
+    Console.clear();
+    return Exchange(Body, Reply, &Console, TimeoutMs);
+}
+
+Status ClientBase::Send(std::string_view Body) {
+    std::lock_guard<std::mutex> Lock(m_Mutex);
+    if (m_Dead.load()) {
+        return Status::ConnectionLost;
+    }
+    Frame(Body);
+    m_LastSize = 0;
+    return WriteRaw(m_Out.data(), m_Out.size())
+               ? Status::Ok
+               : Lose(Status::ConnectionLost, "connection closed by the GDB server");
+}
+
+Status ClientBase::Resume(std::string_view Body) {
+    std::lock_guard<std::mutex> Lock(m_Mutex);
+    if (m_Dead.load()) {
+        return Status::ConnectionLost;
+    }
+    if (m_Running.load()) {
+        return Status::NotHalted;
+    }
+    Frame(Body);
+    std::lock_guard<std::mutex> WriteLock(m_WriteMutex);
+    if (!m_Socket.WriteAll(m_Out.data(), m_Out.size())) {
+        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+    }
+    m_Running = true;
+    return Status::Ok;
+}
+
+Status ClientBase::WaitStop(std::string& Stop, int TimeoutMs) {
+    std::lock_guard<std::mutex> Lock(m_Mutex);
+    if (m_Dead.load()) {
+        return Status::ConnectionLost;
+    }
+    if (!m_Running.load()) {
+        // Another thread took the stop reply already.
+        Stop.clear();
+        return Status::Ok;
+    }
+    const int64_t Deadline = NowMs() + std::max(0, TimeoutMs);
+    for (;;) {
+        std::string Body;
+        const Status S = ReadPacket(Body, static_cast<int>(std::max<int64_t>(0, Deadline - NowMs())), true);
+        if (S != Status::Ok) {
+            return S; // a time-out here only means the target still runs
+        }
+        if (IsConsolePacket(Body)) {
+            EmitConsole(std::string_view(Body).substr(1), nullptr);
+            continue;
+        }
+        if (IsStopReply(Body)) {
+            std::lock_guard<std::mutex> WriteLock(m_WriteMutex);
+            m_Running = false;
+            Stop = std::move(Body);
+            return Status::Ok;
+        }
+        // Anything else while running (an "OK" to the resume of some servers, a file-I/O request) is
+        // not a stop: keep waiting.
+    }
+}
+
+bool ClientBase::SendInterrupt() {
+    std::lock_guard<std::mutex> WriteLock(m_WriteMutex);
+    if (!m_Running.load() || m_Dead.load()) {
+        return false;
+    }
+    return m_Socket.WriteAll("\x03", 1);
+}
+
+Status ClientBase::Interrupt(std::string& Stop, int TimeoutMs) {
+    Stop.clear();
+    if (!SendInterrupt()) {
+        return m_Dead.load() ? Status::ConnectionLost : Status::Ok;
+    }
+    const int Limit = TimeoutMs < 0 ? m_TimeoutMs : TimeoutMs;
+    const Status S = WaitStop(Stop, Limit);
+    if (S == Status::Timeout) {
+        return Lose(Status::Timeout, "the target did not stop within " + std::to_string(Limit) + " ms");
+    }
+    return S;
+}
+
+} // namespace tarvo::rsp

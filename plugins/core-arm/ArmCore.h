@@ -3,7 +3,7 @@
 /// Internals of the ARM core plug-in: its configuration, the debugger's services and the Thumb decoder.
 /// Entries may be called from the GUI thread and the device thread; the decoder serialises itself.
 
-#include "analysis/CorePluginAPI.h"
+#include "probe/CorePluginAPI.h"
 
 namespace ArmCore {
 

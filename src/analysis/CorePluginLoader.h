@@ -1,6 +1,6 @@
 #pragma once
 
-#include "analysis/CorePluginAPI.h"
+#include "probe/CorePluginAPI.h"
 
 #include <QString>
 

@@ -12,6 +12,8 @@
 #include "app/core/Settings.h"
 #include "app/core/SysVars.h"
 #include "app/core/Version.h"
+#include "target/Device.h"
+#include "target/DeviceEvents.h"
 #include "views/ConsoleWindow.h"
 #include "views/DockWindow.h"
 #include "views/MessageBox.h"
@@ -74,6 +76,9 @@ void CMainWindow::Destroy() {
 CMainWindow::CMainWindow() : CWindow(QStringLiteral("MainWindow")) {
     setObjectName(QStringLiteral("MainWindow"));
     s_MainWindow = this;
+    // The device's answers arrive through this timer from the start.
+    m_EventWorker = new CDeviceEventWorker(this);
+    DeviceEvents::ResetRing();
     RegisterMetaTypes();
 
     // Settings first: the steps below read them.
@@ -102,6 +107,8 @@ CMainWindow::CMainWindow() : CWindow(QStringLiteral("MainWindow")) {
     // Never survives a start.
     SysVars::SetVarValue(SysVars::GetVarRow(PREF_RESET_DIALOG_DNSA), 0, true);
     Preferences::LoadColorsAndFonts();
+    // The device thread starts here; its configuration holds the rows without storage of their own.
+    ConnectDevice();
 
     CreateDebugWindows();
     CreateTimers();
@@ -448,6 +455,9 @@ void CMainWindow::closeEvent(QCloseEvent* Event) {
     m_Closing = true;
     m_TabBarUpdateTimer->stop();
     SaveWindowSettings();
+    // Jobs that have not started are dropped; the thread ends while events go on being processed, so a
+    // job that needs the GUI can still finish.
+    CDevice::Shutdown();
     Preferences::SaveColorsAndFonts();
     Preferences::SavePreferences();
     SysVars::ResetAll();

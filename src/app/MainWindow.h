@@ -12,6 +12,7 @@ class CConsoleWindow;
 class CProgramLoader;
 class CDockWindow;
 class CStatusBar;
+class CDeviceEventWorker;
 class QCloseEvent;
 class QMenu;
 class QTimer;
@@ -90,6 +91,18 @@ public slots:
     void OnActionWindowUndockTriggered();
     void OnActionToolbarShowTriggered();
     void OnActionToolbarCloseTriggered();
+    void OnActionTargetReadU8Triggered();
+    void OnActionTargetReadU16Triggered();
+    void OnActionTargetReadU32Triggered();
+    void OnActionTargetWriteU8Triggered();
+    void OnActionTargetWriteU16Triggered();
+    void OnActionTargetWriteU32Triggered();
+    void OnActionTargetWriteU64Triggered();
+    void OnActionTargetFillMemoryTriggered();
+    void OnActionTargetGetRegTriggered();
+    void OnActionTargetSetRegTriggered();
+    void OnActionTargetSetAccessWidthTriggered();
+    void OnActionTargetSetEndianessTriggered();
     void OnActionEditSysVarTriggered();
     void OnActionEditPreferenceTriggered();
     void OnActionEditColorTriggered();
@@ -108,6 +121,14 @@ public slots:
     /// The program file has been read; Path is empty when reading failed.
     void OnDataFileOpened(const QString& Path);
 
+    // Device events the main window handles itself.
+    void OnDeviceLogMsg(const char* Text, U32 Flags) override;
+    void OnDeviceSetStatusMsg(const char* Text) override;
+    void OnDeviceSetProgressMsg(const char* Text) override;
+    void OnDeviceStartProgress(int Min, int Max) override;
+    void OnDeviceEndProgress() override;
+    void OnDeviceSetProgressValue(int Value) override;
+
 protected:
     bool eventFilter(QObject* Watched, QEvent* Event) override;
     void closeEvent(QCloseEvent* Event) override;
@@ -124,6 +145,8 @@ private:
     void CreateToolBars();
     void CreateDebugWindows();
     void CreateTimers();
+    /// Starts the device, lets scripts wait for it and routes the variables it keeps.
+    void ConnectDevice();
     void ConnectCommands();
     void LoadWindowSettings();
     void RestorePerspective();
@@ -145,6 +168,11 @@ private:
     void OnPreferenceTimestampFormatChanged(int Id, I64 Value);
     /// Shows a mode on its tool button: icon, tool tip with the shortcut and status tip of the mode's action.
     void ShowModeOnButton(QToolButton* Button, QAction* ModeAction, QAction* Command);
+    /// The checks before a memory or register command: an error on the command and false if it cannot run.
+    bool CheckMemoryAccess(U32 Id);
+    bool CheckRegisterAccess(U32 Id);
+    void ReadMemoryCommand(U32 Id, U32 Size);
+    void WriteMemoryCommand(U32 Id, U32 Size);
     void ConnectModeActions();
 
     // Opening program files (MainWindowProgram.cpp).
@@ -165,6 +193,7 @@ private:
     QToolButton* m_ResetButton = nullptr;
     QTimer* m_TabBarUpdateTimer = nullptr;
     QTimer* m_WindowShownTimer = nullptr;
+    CDeviceEventWorker* m_EventWorker = nullptr;
     I64 m_ResetMode = 1;
     I64 m_ConnectMode = 0;
     QStringList m_RecentProjects;

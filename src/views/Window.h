@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/core/Types.h"
+#include "target/DeviceEvents.h"
 
 #include <QMainWindow>
 
@@ -16,8 +17,9 @@ enum WINDOW_FLAGS : U32 {
 };
 
 /// Base of the main window and of every debug window. Commands bound to its actions are bracketed by
-/// ActionTriggered and ActionPerformed, which the Console hears. GUI thread only.
-class CWindow : public QMainWindow {
+/// ActionTriggered and ActionPerformed, which the Console hears; every window hears the device's events.
+/// GUI thread only.
+class CWindow : public QMainWindow, public CDeviceEventListener {
     Q_OBJECT
 
 public:

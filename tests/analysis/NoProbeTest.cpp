@@ -1,7 +1,7 @@
 // The plug-in in a program without the probe library: register access fails cleanly and says why,
 // once per function. The program loads the plug-in itself and links nothing of the debugger, so that
 // no probe library comes in through a link line.
-#include "analysis/CorePluginAPI.h"
+#include "probe/CorePluginAPI.h"
 #include "probe/TarvoCores.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // A core plug-in for the loader's tests, built in variants that each break one step of loading.
 // The working variant takes its answers from the configuration's path text: "init=N" is the result
 // of Init and "reconf=N" that of Reconfigure.
-#include "analysis/CorePluginAPI.h"
+#include "probe/CorePluginAPI.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,0 +1,240 @@
+#pragma once
+
+#include "app/core/Types.h"
+#include "probe/CorePluginAPI.h"
+#include "target/DeviceTypes.h"
+
+#include <QRecursiveMutex>
+#include <QThread>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+
+struct ELF_SYM_LOC;
+
+/// Bits of the access flags of memory reads and writes.
+enum MEM_ACCESS_FLAGS : U32 {
+    MEM_ACCESS_ITEM_RETRY = 8,
+    MEM_ACCESS_HALT = 16,
+    MEM_ACCESS_FLASH = 32,
+};
+
+/// The one object that talks to the target: a thread that runs the jobs of three rings in order. Any
+/// thread schedules jobs; only this thread calls the probe library, apart from the direct calls named
+/// below. Results go back to the GUI thread as device events.
+class CDevice : public QThread {
+    Q_OBJECT
+
+public:
+    static constexpr U32 RING_SIZE = 10000;
+    static constexpr int BATCH_JOBS = 100;
+    static constexpr U64 MAILBOX_EMPTY = ~0ull;
+    /// Free event slots a job needs before it runs: room for its event and the messages it may raise.
+    static constexpr U32 EVENT_RESERVE = 64;
+
+    /// The process-wide device; the first access starts its thread.
+    static CDevice* Instance();
+    static bool Exists();
+    /// Ends the thread: pending jobs that have not started are dropped, the thread is asked to stop and
+    /// waited for while the caller's events are processed. The object stays.
+    static void Shutdown();
+
+    // Jobs -----------------------------------------------------------------------------------------------
+    /// Accepts a job into the ring of its kind: 0, or -1 (null, bad kind, ring slot occupied).
+    int ScheduleJob(DEVICE_JOB* Job);
+    /// Waits until the oldest pending job of a kind has run: its Id (plus one, so that the first job's Id 0
+    /// cannot be taken for "none pending"), 0 when none was pending, -1 on a time-out or a stopped thread.
+    I64 WaitForJob(U32 Kind, bool ProcessEvents, int TimeoutMs = -1);
+    /// WaitForJob, then delivers device events on this thread up to the job's own.
+    I64 WaitForJobEvent(U32 Kind, bool ProcessEvents);
+    /// Ring position of the first pending job of a kind, and its ring through Queue; -1 if none.
+    int FindJob(U32 Kind, U32* Queue = nullptr) const;
+    bool IsJobPending(U32 Kind) const;
+    /// True while a ring holds a job the thread has not reached yet, canceled ones included.
+    bool HasQueuedJobs() const;
+    /// Clears the pending bit of every pending job of a kind (JT_ANY: all) in the chosen rings.
+    void CancelJobs(U32 Kind, U32 Queue);
+    /// True for a job that lies on a slot of a ring or of the event array, has a kind, and has its first
+    /// buffer where the kind needs one.
+    bool IsJobValid(const DEVICE_JOB* Job) const;
+    /// Releases a job of a ring or of the event array after its event was delivered.
+    void ReleaseSlot(DEVICE_JOB* Job);
+    /// Raises a job event without a job. Device thread only.
+    void PostJobEvent(U32 Kind, U32 Status, U64 Param0, U64 Result0, U64 Result1);
+    /// A non-zero byte keeps a kind from raising job events.
+    void SetEventSuppressed(U32 Kind, bool Suppressed);
+    bool IsEventSuppressed(U32 Kind) const;
+
+    // Mailboxes: other threads fill them, the device thread empties them.
+    void SetPendingConnect(U64 Mode);
+    void SetPendingReset(U64 Mode);
+    void SetPendingBPCondition(U64 AddressAndVerdict);
+
+    /// Held by the device thread during a batch; others take it to keep a batch from running.
+    QRecursiveMutex& Mutex() { return m_DeviceMutex; }
+    /// The kind of the job accepted last.
+    U32 LastScheduledKind() const { return m_LastScheduledKind.load(); }
+    /// Number of jobs accepted so far.
+    U64 JobCount() const { return m_JobCounter.load(); }
+
+    // Scheduling forms -----------------------------------------------------------------------------------
+    int ScheduleConnect(CONNECT_MODES Mode);
+    int ScheduleDisconnect();
+    int ScheduleReset(RESET_MODES Mode);
+    int ScheduleHalt();
+    int ScheduleContinue(RESUME_MODES Mode);
+    int ScheduleReadReg(U32 Index);
+    int ScheduleWriteReg(U32 Index, U64 Value);
+    int ScheduleReadRegs(U32 Count, const U32* Indices);
+    int ScheduleReadCPReg(const char* Id);
+    int ScheduleWriteCPReg(const char* Id, U64 Value);
+    /// Width 255 takes VAR_ACCESS_WIDTH.
+    int ScheduleReadMem(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, const char* Zone = nullptr);
+    int ScheduleWriteMem(U32 Address, U32 Count, const void* Data, U32 Chunk, U8 Width, U32 Flags,
+                         const char* Zone = nullptr);
+    int ScheduleWriteMemMultiple(U32 RangeCount, const U32* Ranges, U32 DataSize, const void* Data, U32 Chunk,
+                                 U8 Width, U32 Flags, const char* Zone = nullptr);
+    int ScheduleReadLocs(U32 Count, const ELF_SYM_LOC* Locs, U64 Tag);
+    int ScheduleSetConfigParam(int Param, I32 Value);
+    int ScheduleSetConfigParam(int Param, const char* Text);
+    int ScheduleConfigure(const char* SettingsText);
+    int ScheduleExecTarvoCmd(const char* Command);
+
+    // Memory and registers (device thread; the direct forms from any thread) --------------------------
+    int ValidateMemoryAccessParams(bool IsRead, U32 Address, U32 Count, U8 Width, U32 Flags, const void* Data,
+                                   const U8* Status);
+    U32 ReadMem(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, const char* Zone, U8* Data,
+                U8* Status);
+    U32 ReadMemSimple(U32 Address, U32 Count, U8 Width, U32 Flags, const char* Zone, U8* Data, U8* Status);
+    U32 ReadMemItemWise(U32 Address, U32 Count, U8 Width, U32 Flags, const char* Zone, U8* Data, U8* Status);
+    U32 ReadMemChunkWise(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, const char* Zone, U8* Data,
+                         U8* Status);
+    U32 WriteMem(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, const char* Zone, const U8* Data);
+    U32 WriteMemSimple(U32 Address, U32 Count, U8 Width, const char* Zone, const U8* Data);
+    U32 WriteMemItemWise(U32 Address, U32 Count, U8 Width, const char* Zone, const U8* Data);
+    U32 WriteMemChunkWise(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, const char* Zone,
+                          const U8* Data);
+    U32 WriteMemMultiple(U32 RangeCount, const U32* Ranges, U32 DataSize, const U8* Data, U32 Chunk, U8 Width,
+                         U32 Flags, const char* Zone);
+    /// A synchronous read for cached data: -1 unless all bytes came; without status at most 5000 bytes.
+    int ReadMemDirect(U32 Address, const char* Zone, U32 Count, U8* Data, U8* Status);
+    int ReadReg(U32 Index, U64* Value);
+    int WriteReg(U32 Index, U64 Value);
+    int ReadRegs(U32 Count, const U32* Indices, U64* Values, U8* Status);
+    int ReadCPReg(const char* Id, U64* Value);
+    int WriteCPReg(const char* Id, U64 Value);
+    int ReadLocs(U32 Count, const ELF_SYM_LOC* Locs, U64* Values, U8* Status);
+    void HaltBeforeMemoryIO();
+    void ResumeAfterMemoryIO();
+    bool IsMemoryAccessible();
+    bool HasBackgroundAccess() const;
+    /// The halt state: on the device thread from the probe, elsewhere from HaltDone.
+    bool IsTargetHalted();
+
+    /// 1 halted, 0 running, a negative value when the connection is gone, -2 when asked again within the
+    /// interval.
+    int PollTargetHaltStatus(qint64 IntervalMs);
+    /// Notices a broken connection: all pending jobs are canceled and the listeners told, once.
+    void OnInvalidHaltStatus();
+    /// True when the connection is gone; notices a target that runs when it should not.
+    bool TestConnectionLost();
+    /// Takes the PC (and SP) as given, or reads them from the target when both are 0.
+    int SetTargetExecState(U64 NewPC, U64 NewSP);
+    void ResetTargetExecState();
+    /// The end of a connection or reset that a project's handler made (the mailboxes).
+    int FinishConnect(U32 Mode);
+    int FinishReset(U32 Mode);
+    void OnBPConditionEvaluated(U32 Address, bool Verdict);
+    /// The configuration on the device thread: the record and what the probe must hear of a change.
+    int SetConfigParam(int Param, I32 Value);
+    int SetConfigParam(int Param, const char* Text);
+    int ConfigureFromText(const char* Text);
+    /// Sends a command to the probe library: 0, or the library's result with the answer as error text.
+    int ExecTarvoCmd(const char* Command, int AnswerSize, char* Answer, bool LogSuccess);
+
+    /// The core plug-in's record and static facts, set by its loader under the device mutex.
+    void SetCorePlugin(const CORE_PLUGIN_API* Api, const CORE_INFO* Info);
+    const CORE_PLUGIN_API* CorePlugin() const { return m_CoreApi.load(); }
+    U32 PCRegisterIndex() const;
+
+    // State flags: written on the device thread unless stated.
+    std::atomic<U8> Connected{0};
+    std::atomic<U8> ConnectionLost{0};
+    std::atomic<U8> Halted{0};
+    std::atomic<U8> HaltDone{0};
+    std::atomic<U8> WaitForHalt{1};
+    std::atomic<U8> ResetSeqDone{0};
+    std::atomic<U8> InHaltSeq{0};
+    std::atomic<U8> SessionActive{0};
+    std::atomic<U8> SrcStepActive{0};
+    std::atomic<U8> UserHaltPending{0};
+    std::atomic<U8> StopRequested{0};
+    std::atomic<U8> InstTraceEnabled{0};
+    std::atomic<U8> InstTraceStarted{0};
+    std::atomic<U8> SWOStarted{0};
+    std::atomic<U8> MCTStarted{0};
+    std::atomic<U8> HSSStarted{0};
+    std::atomic<U8> PowerTraceStarted{0};
+    /// Capability bytes: 0 background memory access (0 none, 1 yes, 2 emulated), 1 SWO, 2 streaming trace,
+    /// 3 trace pins, 4 trace buffer, 5 SWO trace.
+    std::atomic<U8> Capabilities[6] = {1, 1, 1, 1, 1, 1};
+    /// The program counter as the device knows it; all ones when unknown.
+    std::atomic<U64> PC{~0ull};
+
+signals:
+    /// The thread ran a batch; for tests and the shutdown wait.
+    void BatchDone(int Jobs);
+
+protected:
+    void run() override;
+
+private:
+    CDevice();
+    ~CDevice() override;
+
+    struct RING {
+        DEVICE_JOB Slots[RING_SIZE];
+        std::atomic<U32> ReadIndex{0};
+        U32 WriteIndex = 0;
+    };
+
+    int RunBatch();
+    void CheckHandleHalt();
+    void CheckHandleNotifications();
+    void RunJob(DEVICE_JOB* Job);
+    bool PrepareJob(DEVICE_JOB* Job);
+    I64 ExecuteJob(DEVICE_JOB* Job);
+    void FinishJob(DEVICE_JOB* Job, I64 Value);
+    DEVICE_JOB* NextJob();
+    void Wake();
+    void CleanUpAtEnd();
+    DEVICE_JOB* RingSlot(U32 Queue, U32 Position) { return &m_Rings[Queue].Slots[Position]; }
+    const DEVICE_JOB* RingSlot(U32 Queue, U32 Position) const { return &m_Rings[Queue].Slots[Position]; }
+    /// Flash writes are bracketed as a download.
+    void BeginDownloadBracket();
+    void EndDownloadBracket();
+
+    RING m_Rings[3];
+    DEVICE_JOB m_EventJobs[RING_SIZE] = {};
+    U32 m_EventJobIndex = 0;
+    std::mutex m_EventJobLock;
+    std::mutex m_ScheduleLock;
+    std::atomic<U64> m_JobCounter{0};
+    std::atomic<U32> m_LastScheduledKind{0};
+    std::atomic<U8> m_Suppressed[JT_LAST] = {};
+    std::atomic<U64> m_PendingConnect{MAILBOX_EMPTY};
+    std::atomic<U64> m_PendingReset{MAILBOX_EMPTY};
+    std::atomic<U64> m_PendingBPCondition{MAILBOX_EMPTY};
+    QRecursiveMutex m_DeviceMutex;
+    std::mutex m_WakeLock;
+    std::condition_variable m_WakeUp;
+    bool m_WakeFlag = false;
+    std::atomic<Qt::HANDLE> m_ThreadId{nullptr};
+    std::atomic<const CORE_PLUGIN_API*> m_CoreApi{nullptr};
+    U32 m_InstAlign = 2;
+    U32 m_PCIndex = 15;
+    U8 m_ScratchStatus[5000] = {};
+    std::atomic<qint64> m_LastHaltQuery{-1000};
+    bool m_EventsBackedUp = false;
+};

@@ -1,0 +1,161 @@
+#pragma once
+
+#include "app/core/Types.h"
+
+#include <QMetaType>
+
+/// How a connection is made.
+enum CONNECT_MODES : U32 {
+    CM_DOWNLOAD_RESET = 0,
+    CM_ATTACH = 1,
+    CM_ATTACH_HALT = 2,
+    CM_SILENT = 3, ///< open the connection and nothing else; raises no event
+};
+
+/// How a reset is made, and what follows it.
+enum RESET_MODES : U32 {
+    RM_RESET_HALT = 0,
+    RM_BREAK_AT_SYMBOL = 1,
+    RM_RESET_AND_RUN = 2,
+    RM_RESET_DOWNLOAD = 3, ///< the reset before a download
+    RM_HARDWARE = 4,       ///< the reset alone; raises no event
+    RM_EXEC_STATE = 5,     ///< no reset took place: listeners refresh from the execution state
+};
+
+/// Why the target stopped.
+enum HALT_REASONS : U32 {
+    HR_NORMAL = 0,     ///< by request, after a reset or a step sequence
+    HR_PC_WRITTEN = 1, ///< the PC was written; the target did not move
+    HR_BREAKPOINT = 2, ///< a user breakpoint
+    HR_RUN_TO = 3,     ///< a run-to reached its address
+};
+
+enum RESUME_MODES : U32 { GO_USER = 0, GO_RUN_TO = 1 };
+
+/// What a download writes.
+enum DOWNLOAD_MODES : U32 { DOWNLOAD_PROGRAM = 0, DOWNLOAD_DATA_FILE = 1 };
+
+/// Job kinds with their fixed numbers. 0 marks a free slot; 10, 67 and 68 are selectors, no jobs.
+enum JOB_TYPES : U32 {
+    JT_NONE = 0,
+    JT_CONNECT = 1,
+    JT_DISCONNECT = 2,
+    JT_RESET = 3,
+    JT_HALT = 4,
+    JT_CONTINUE = 5,
+    JT_STEP_INST = 6,
+    JT_STEP_INTO = 7,
+    JT_STEP_OVER = 8,
+    JT_STEP_OUT = 9,
+    JT_STEP = 10, ///< the four step kinds, in IsJobPending
+    JT_RUN_TO = 11,
+    JT_EXEC_TARVO_CMD = 12,
+    JT_SET_BP = 13,
+    JT_SET_BPS = 14,
+    JT_CLEAR_BP = 15,
+    JT_CLEAR_BPS = 16,
+    JT_CLEAR_ALL_BPS = 17,
+    JT_RESET_BPS = 18,
+    JT_SET_WPS = 19,
+    JT_CLEAR_WPS = 20,
+    JT_CLEAR_ALL_WPS = 21,
+    JT_SET_TPS = 22,
+    JT_CLEAR_TPS = 23,
+    JT_CLEAR_ALL_TPS = 24,
+    JT_READ_REG = 25,
+    JT_WRITE_REG = 26,
+    JT_READ_CP_REG = 27,
+    JT_WRITE_CP_REG = 28,
+    JT_READ_REGS = 29,
+    JT_END_DOWNLOAD = 30,
+    JT_READ_MEM = 31,
+    JT_WRITE_MEM = 32,
+    JT_WRITE_MEM_MULTIPLE = 33,
+    JT_READ_BYTE = 34,
+    JT_WRITE_BYTE = 35,
+    JT_READ_LOCS = 36,
+    JT_ENABLE_SIMPLE_TRACE = 37,
+    JT_DISABLE_SIMPLE_TRACE = 38,
+    JT_START_SIMPLE_TRACE = 39,
+    JT_STOP_SIMPLE_TRACE = 40,
+    JT_READ_SIMPLE_TRACE = 41,
+    JT_READ_INST_STATS = 42,
+    JT_FLUSH_STRACE_BUFFER = 43,
+    JT_START_SWO_TRACE = 44,
+    JT_STOP_SWO_TRACE = 45,
+    JT_READ_SWO_TRACE = 46,
+    JT_SWO_GET_COMPAT_SPEEDS = 47,
+    JT_START_MCT = 48,
+    JT_STOP_MCT = 49,
+    JT_FLUSH_MCT = 50,
+    JT_READ_MCT = 51,
+    JT_WRITE_MCT = 52,
+    JT_START_HSS = 53,
+    JT_STOP_HSS = 54,
+    JT_READ_HSS = 55,
+    JT_START_POWER_TRACE = 56,
+    JT_STOP_POWER_TRACE = 57,
+    JT_READ_POWER_TRACE = 58,
+    JT_FLUSH_POWER_TRACE = 59,
+    JT_CONFIGURE = 60,
+    JT_SET_CONFIG_PARAM = 61,
+    JT_GET_DEVICE_INFO = 62,
+    JT_MEASURE_CORE_SPEED = 63,
+    JT_RESET_TARGET_EXEC_STATE = 64,
+    JT_SET_TARGET_EXEC_STATE = 65,
+    JT_SET_SH_INPUT_TEXT = 66,
+    JT_ANY = 67,  ///< every kind, in FindJob and CancelJobs
+    JT_LAST = 68, ///< the end of the numbering
+};
+
+/// The rings of the device.
+enum JOB_QUEUES : U32 {
+    JQ_COMMAND = 0,
+    JQ_READ = 1,
+    JQ_BACKGROUND = 2,
+    JQ_OF_KIND = 3, ///< FindJob and CancelJobs: the ring of the kind
+    JQ_ALL = 4,     ///< all rings in order
+};
+
+/// Status of a job that has run.
+enum JOB_STATUS : U32 { JS_DONE = 0, JS_FAILED = 1, JS_CANCELED = 2 };
+
+constexpr U32 JOB_FLAG_PENDING = 0x1;
+/// The job has run and waits in its slot for its event to be delivered.
+constexpr U32 JOB_FLAG_RAN = 0x2;
+
+/// One unit of work for the device thread, copied by value.
+struct DEVICE_JOB {
+    U32 Type;
+    U32 Queue;
+    U64 Id;
+    U32 Status;
+    U32 Flags;
+    U64 Result[4];
+    U64 Param[6];
+    void* Buf[3];
+    U32 BufSize[3];
+};
+Q_DECLARE_METATYPE(DEVICE_JOB)
+
+namespace Jobs {
+
+/// The kind's name ("JT_CONNECT"), "Last" for JT_LAST and "Unknown" for any other number.
+const char* JobName(U32 Type);
+/// The ring that serves a kind.
+U32 QueueOf(U32 Type);
+/// The default time limit of WaitForJob for a kind, in milliseconds.
+int DefaultWaitMs(U32 Type);
+/// Kinds that need their first dynamic parameter to be valid.
+bool NeedsBuffer(U32 Type);
+bool IsStepKind(U32 Type);
+
+/// Allocates a dynamic parameter of Size bytes (zeroed, one byte more for a terminator). -1 with the
+/// messages for an invalid job, an index above 2, a buffer already set, or a size of 0 or above 1e9.
+int AllocJobParam(DEVICE_JOB* Job, int Index, U32 Size);
+/// AllocJobParam and a copy of Size bytes of Data, if Data is not null.
+int SetJobParam(DEVICE_JOB* Job, int Index, U32 Size, const void* Data);
+/// Frees the dynamic parameters and zeroes the record, which frees its slot.
+void ReleaseJob(DEVICE_JOB* Job);
+
+} // namespace Jobs

@@ -76,11 +76,11 @@ bool CMainWindow::OpenProject(const QString& Path) {
 
 void CMainWindow::OnProjectFileOpened(const QString& Path) {
     CProject* Project = CProject::Instance();
-    AddRecentProject(Path);
     UpdateTitle();
     if (!Project->IsLoaded()) {
         return;
     }
+    AddRecentProject(Path);
     // The probe's script beside the project counts unless the project names another.
     const QString ProbeScript = Project->GetProbeScriptPath();
     if (!ProbeScript.isEmpty()) {

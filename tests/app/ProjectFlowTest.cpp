@@ -8,6 +8,7 @@
 #include "script/Project.h"
 #include "script/ProjectPaths.h"
 #include "target/DeviceConfig.h"
+#include "views/DockWindow.h"
 
 #include <QApplication>
 #include <QDir>
@@ -260,6 +261,21 @@ TEST_F(ProjectFlowTest, UserFileKeepsWhatThisVersionDoesNotMake) {
     EXPECT_EQ(Lines.filter("OpenToolbar").size(), 1);
     EXPECT_EQ(Lines.first().left(10), "Breakpoint") << "sorted by kind";
     Main()->FindToolBar("Debug")->show();
+}
+
+TEST_F(ProjectFlowTest, ToolbarsKeepTheirStateWhenTheProjectSavesNone) {
+    const QString Path =
+        Write("t.tvproj", "void OnProjectLoad (void) {\n  Project.DisableSessionSave (1);\n}\n");
+    Write("t.tvproj.user",
+          "OpenWindow=\"Console\", DockArea=floating, x=40, y=50, w=500, h=200, FilterBarShown=0\n");
+    Main()->FindToolBar("Debug")->show();
+    Run("File.Open (\"" + Path + "\")");
+    EXPECT_TRUE(Main()->FindToolBar("Debug")->isVisibleTo(Main())) << "bit 0: the file has no tool bar lines";
+    EXPECT_TRUE(Console()->GetDock()->isFloating()) << "\"floating\" in lower case";
+    Run("File.NewProject");
+    EXPECT_TRUE(QString::fromUtf8(Read(m_Dir.filePath("t.tvproj.user"))).contains("DockArea=FLOATING"));
+    EXPECT_FALSE(QString::fromUtf8(Read(m_Dir.filePath("t.tvproj.user"))).contains("OpenToolbar"));
+    Console()->GetDock()->setFloating(false);
 }
 
 } // namespace

@@ -159,6 +159,19 @@ TEST(Project, CreatedFromTheCommandLine) {
                                  "\"host interface\" is missing."));
 }
 
+TEST(Project, AProjectFileArgumentWinsOverTheDevice) {
+    ArnexProcess Arnex;
+    const QString Path =
+        WriteFile(Arnex, "first.tvproj", "void OnProjectLoad (void) { Util.Log(\"first\"); }\n");
+    const QString Other = Arnex.TempPath("other.tvproj");
+    const ArnexRun R =
+        Arnex.Run({Path, "-device", "STM32F407VG", "-if", "SWD", "-usb", "-project", Other, "-quit"});
+    EXPECT_EQ(R.ExitCode, 0);
+    EXPECT_TRUE(R.Lines.contains("first"));
+    EXPECT_FALSE(R.Lines.contains("Project.SetDevice (\"STM32F407VG\");"));
+    EXPECT_FALSE(QFile::exists(Other));
+}
+
 TEST(Project, UnattendedRunsNeverWaitAndRecentListsAreFiltered) {
     ArnexProcess Arnex;
     const QString Kept = WriteFile(Arnex, "kept.tvproj", "void OnProjectLoad (void) { }\n");

@@ -27,7 +27,6 @@
 namespace {
 
 enum COMMAND_IDS : U32 {
-    CMD_FILE_OPEN = 2,
     CMD_FILE_SAVE_PROJECT_AS = 11,
 };
 

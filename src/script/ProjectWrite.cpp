@@ -121,11 +121,13 @@ bool CProject::SaveNew(const QString& Path) {
     QString Base = QString::fromUtf8(TScript::GetScriptText());
     const bool Loaded = !Base.isEmpty();
     if (!Loaded) {
-        // A script that failed to load is still the user's text: it is kept, with the settings renewed.
         Base = ReadText(OldPath);
     }
     QString Text;
-    if (!Base.isEmpty()) {
+    if (!Base.isEmpty() && (!Loaded || TScript::HasError())) {
+        // A script that failed hasn't set the session up: its settings lines stay as the user wrote them.
+        Text = Base;
+    } else if (!Base.isEmpty()) {
         const ProjectText::WRITE_RESULT R =
             ProjectText::ReplaceSettings(Base, true, PatternsOfLines(Lines), Lines);
         for (const QString& Line : R.Log) {

@@ -144,6 +144,23 @@ TEST_F(ProjectWriteTest, FailedSaveKeepsThePathAndTheChanges) {
     EXPECT_EQ(Read(Path), LOGS_TEXT());
 }
 
+TEST_F(ProjectWriteTest, AFailedScriptIsSavedAsTheUserWroteIt) {
+    Project()->SetProbeSettingsHook(&Probe);
+    // The error stops OnProjectLoad before the target interface is set: the session doesn't know it.
+    const QByteArray Failing =
+        "void OnProjectLoad (void) {\n  Project.SetDevice (\"A\");\n  Util.Log(\"x\") y;\n"
+        "  Project.SetTargetIF (\"cJTAG\");\n}\n";
+    Project()->Open(Write("failing.tvproj", Failing));
+    ASSERT_NE(TScript::ExecUserFunction(1), 0);
+    ASSERT_TRUE(Project()->SaveNew(m_Dir.filePath("copy.tvproj")));
+    EXPECT_EQ(Read(m_Dir.filePath("copy.tvproj")), Failing);
+    // A file that doesn't parse at all goes along as well.
+    const QByteArray Broken = "void OnProjectLoad (void) {\n  Project.SetTargetIF (\"FINE\");\n}\n}}}\n";
+    Project()->Open(Write("broken.tvproj", Broken));
+    ASSERT_TRUE(Project()->SaveNew(m_Dir.filePath("broken2.tvproj")));
+    EXPECT_EQ(Read(m_Dir.filePath("broken2.tvproj")), Broken);
+}
+
 TEST_F(ProjectWriteTest, ProjectFromTheCommandLineWritesOnlyItsLines) {
     const QByteArray Text = Generated({"Project.SetDevice (\"OLD\");", "Project.AddSvdFile (\"keep.svd\");"});
     const QString Path = Write("cmd.tvproj", Text);

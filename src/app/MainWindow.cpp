@@ -258,7 +258,8 @@ void CMainWindow::UpdateTitle() {
         setWindowTitle(Version::GetAppName() + QStringLiteral(" - New Project"));
         return;
     }
-    setWindowTitle(Version::GetAppName() + (Project->IsModified() ? QStringLiteral(" - *") : QStringLiteral(" - ")) +
+    setWindowTitle(Version::GetAppName() +
+                   (Project->IsModified() ? QStringLiteral(" - *") : QStringLiteral(" - ")) +
                    QFileInfo(Path).fileName());
 }
 

@@ -160,6 +160,9 @@ int CMainWindow::CheckProject(bool ShowDialog) {
 
 bool CMainWindow::CreateProject(const QString& Path, const QStringList& Lines, bool FromCmdLine) {
     CProject* Project = CProject::Instance();
+    if (AskSaveProjectChanges() == 2) {
+        return false;
+    }
     Project->Close();
     TScript::SetScriptPath(Path);
     Project->SetFromCmdLine(FromCmdLine);

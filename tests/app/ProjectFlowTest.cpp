@@ -176,6 +176,20 @@ TEST_F(ProjectFlowTest, SessionCommandsSetTheirVariables) {
     SysVars::SetVarText(SysVars::GetVarRow(VAR_MEM_ZONE_RUNNING), "Default", 0);
 }
 
+TEST_F(ProjectFlowTest, WizardLinesMakeAProjectWithoutAFile) {
+    QStringList Lines = {"Project.SetDevice (\"MK66FN2M0XXX18\");", "Project.SetHostIF (\"USB\", \"\");",
+                         "Project.SetTargetIF (\"SWD\");", "Project.SetTIFSpeed (\"2 MHz\");"};
+    Main()->OnProjectWizardFinished(Lines);
+    const CProject* P = CProject::Instance();
+    EXPECT_EQ(P->GetPath(), "");
+    EXPECT_TRUE(P->IsModified());
+    EXPECT_EQ(GetDeviceConfig().GetText(DEVICE_NAME), "MK66FN2M0XXX18");
+    EXPECT_EQ(GetDeviceConfig().GetParam(TIF_SPEED), 2000000);
+    EXPECT_EQ(Main()->windowTitle(), "Arnex - New Project");
+    EXPECT_TRUE(Commands::IsCommandEnabled(11));
+    EXPECT_TRUE(Commands::IsCommandEnabled(12));
+}
+
 TEST_F(ProjectFlowTest, TitleFollowsTheProject) {
     EXPECT_EQ(Main()->windowTitle(), "Arnex - New Project");
     const QString Path = Write("title.tvproj", "void OnProjectLoad (void) { }\n");

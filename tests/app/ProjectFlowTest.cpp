@@ -19,6 +19,8 @@
 #include <QTimer>
 #include <QToolBar>
 
+#include <functional>
+
 namespace {
 
 class ProjectFlowTest : public AppFixture {
@@ -45,8 +47,8 @@ protected:
     }
 
     /// Answers the next warnings dialogs with one of its buttons, and counts them.
-    void AnswerWarnings(QPushButton* (CWarningsDialog::*Button)() const) {
-        m_Answer = Button;
+    void AnswerWarnings(std::function<QPushButton*(const CWarningsDialog*)> Button) {
+        m_Answer = std::move(Button);
         Poll();
     }
     void Poll() {
@@ -55,7 +57,7 @@ protected:
             if (auto* D = qobject_cast<CWarningsDialog*>(QApplication::activeModalWidget())) {
                 ++m_Dialogs;
                 m_Shown = D->GetList()->count();
-                (D->*m_Answer)()->click();
+                m_Answer(D)->click();
             }
             if (m_Answer) {
                 Poll();
@@ -65,7 +67,7 @@ protected:
 
     QTemporaryDir m_Dir;
     QObject m_Context;
-    QPushButton* (CWarningsDialog::*m_Answer)() const = nullptr;
+    std::function<QPushButton*(const CWarningsDialog*)> m_Answer;
     int m_Dialogs = 0;
     int m_Shown = 0;
 };

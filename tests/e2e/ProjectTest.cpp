@@ -159,6 +159,22 @@ TEST(Project, CreatedFromTheCommandLine) {
                                  "\"host interface\" is missing."));
 }
 
+TEST(Project, JunkUserFileDoesNoHarmAndIsWrittenAnew) {
+    ArnexProcess Arnex;
+    const QString Path = WriteFile(Arnex, "j.tvproj", "void OnProjectLoad (void) { }\n");
+    QByteArray Junk;
+    for (int i = 0; i < 20000; ++i) {
+        Junk.append(static_cast<char>((i * 37 + i / 7) % 256));
+    }
+    Junk += "\nOpenWindow=\"Console\", DockArea=, x=zz, y=, w=-5, h=99999999999\nOpenToolbar\n=\n,,,\n";
+    WriteFile(Arnex, "j.tvproj.user", Junk);
+    const ArnexRun R = Arnex.Run({Path, "-exec", "Util.Log alive", "-quit"});
+    ASSERT_TRUE(R.Finished);
+    EXPECT_EQ(R.ExitCode, 0);
+    EXPECT_EQ(R.Lines.last(), "alive");
+    EXPECT_TRUE(ReadFile(Path + ".user").contains("OpenWindow=\"Console\", DockArea=BOTTOM"));
+}
+
 TEST(Project, AProjectFileArgumentWinsOverTheDevice) {
     ArnexProcess Arnex;
     const QString Path =

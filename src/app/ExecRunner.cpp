@@ -2,6 +2,7 @@
 
 #include "app/MainWindow.h"
 #include "app/core/Log.h"
+#include "script/Project.h"
 #include "views/ConsoleWindow.h"
 
 #include <QTimer>
@@ -33,6 +34,11 @@ void CExecRunner::RunNext() {
     // Each line gets a turn of the event loop of its own, as a typed line would: what a line queued
     // (a close by File.Exit, say) happens before the next line runs.
     if (m_Window->IsClosing()) {
+        return;
+    }
+    // A project that a line asked for opens before the next line runs.
+    if (CProject::Instance()->IsOpenPending()) {
+        QTimer::singleShot(10, this, &CExecRunner::RunNext);
         return;
     }
     if (m_Next < m_Lines.size()) {

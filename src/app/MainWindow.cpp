@@ -12,6 +12,7 @@
 #include "app/core/Settings.h"
 #include "app/core/SysVars.h"
 #include "app/core/Version.h"
+#include "script/Project.h"
 #include "target/Device.h"
 #include "target/DeviceEvents.h"
 #include "views/ConsoleWindow.h"
@@ -184,6 +185,7 @@ void CMainWindow::LoadWindowSettings() {
     }
     m_RecentProjects = Settings::Value(KEY_MAIN + QStringLiteral("RecentProjects")).toStringList();
     m_RecentPrograms = Settings::Value(KEY_MAIN + QStringLiteral("RecentPrograms")).toStringList();
+    FilterRecentLists();
 }
 
 void CMainWindow::RestorePerspective() {
@@ -257,7 +259,15 @@ QToolBar* CMainWindow::FindToolBar(const QString& Name) const {
 }
 
 void CMainWindow::UpdateTitle() {
-    setWindowTitle(Version::GetAppName() + QStringLiteral(" - New Project"));
+    const CProject* Project = CProject::Instance();
+    const QString Path = Project->GetPath();
+    if (!Project->IsLoaded() || Path.isEmpty()) {
+        setWindowTitle(Version::GetAppName() + QStringLiteral(" - New Project"));
+        return;
+    }
+    setWindowTitle(Version::GetAppName() +
+                   (Project->IsModified() ? QStringLiteral(" - *") : QStringLiteral(" - ")) +
+                   QFileInfo(Path).fileName());
 }
 
 bool CMainWindow::eventFilter(QObject* Watched, QEvent* Event) {
@@ -413,30 +423,6 @@ void CMainWindow::OnWindowShown() {
     emit StartupDone();
 }
 
-bool CMainWindow::CreateProjectFromCmdLine() {
-    const CCmdLineArgs Args = GetCmdLineArgs();
-    const struct {
-        const QString& Value;
-        const char* Name;
-    } Required[] = {
-        {Args.Device, "device"}, {Args.HostIF, "host interface"}, {Args.TargetIF, "target interface"}};
-    for (const auto& R : Required) {
-        if (R.Value.isEmpty()) {
-            LogErrorMsg(
-                QStringLiteral("failed to create project from command line arguments: required argument "
-                               "\"%1\" is missing.")
-                    .arg(QLatin1String(R.Name)));
-            return false;
-        }
-    }
-    // Making the project itself belongs to the project layer; until it exists the values stay in the
-    // command line record.
-    LogErrorMsg(
-        QStringLiteral("failed to create project from command line arguments: projects are not available "
-                       "in this build."));
-    return false;
-}
-
 void CMainWindow::OnTabBarUpdateTimerTimeout() {
     for (QTabBar* Bar : findChildren<QTabBar*>()) {
         Bar->setMovable(true);
@@ -452,9 +438,15 @@ void CMainWindow::changeEvent(QEvent* Event) {
 }
 
 void CMainWindow::closeEvent(QCloseEvent* Event) {
+    if (!m_Closing && AskSaveProjectChanges() == 2) {
+        Event->ignore();
+        return;
+    }
     m_Closing = true;
     m_TabBarUpdateTimer->stop();
     SaveWindowSettings();
+    // Writes the project's user file while the windows still stand.
+    CProject::Instance()->Close();
     // Jobs that have not started are dropped; the thread ends while events go on being processed, so a
     // job that needs the GUI can still finish.
     CDevice::Shutdown();

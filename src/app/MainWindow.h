@@ -8,6 +8,8 @@
 #include <QMap>
 #include <QStringList>
 
+#include <functional>
+
 class CConsoleWindow;
 class CProgramLoader;
 class CDockWindow;
@@ -52,6 +54,23 @@ public:
     bool OpenDataFile(const QString& Path);
     /// Runs a user function of the project script by id, with its log line; -1 while closing.
     int ExecUserFunction(int Id);
+
+    // Projects (MainWindowProject*.cpp).
+    /// Replaces the project by one made from command lines; Path may be empty (no file yet).
+    bool CreateProject(const QString& Path, const QStringList& Lines, bool FromCmdLine);
+    /// An empty project without a file, after the question whether to save the current one.
+    void NewProject();
+    /// Writes the project under Path and puts Path into the recent list in place of the old path.
+    bool SaveProject(const QString& Path);
+    /// The question before the project is dropped: 0 go on (saved or not), 2 stop.
+    int AskSaveProjectChanges();
+    /// The project check with its reaction: 0 nothing found, 1 go on, -1 the user gave up.
+    int CheckProject(bool ShowDialog);
+    QStringList GetRecentPrograms() const { return m_RecentPrograms; }
+    QString GetProgramPath() const { return m_ProgramPath; }
+    /// The session state of the windows and tool bars in the project's user file.
+    bool SaveUserFile(const QString& Path);
+    bool LoadUserFile(const QString& Path);
 
 signals:
     void InitComplete();
@@ -117,6 +136,47 @@ public slots:
     void OnActionProjectRelocateSymbolsTriggered();
     void OnActionScriptExecTriggered();
     void OnActionScriptDefineConstTriggered();
+
+    // Projects.
+    void OnProjectFileOpened(const QString& Path);
+    void OnProjectFileClosed(const QString& Path);
+    void OnProjectAboutToClose(const QString& Path);
+    void OnProjectModifiedChanged(bool Modified);
+    void OnProjectWizardFinished(QStringList& Lines);
+    void OnActionFileNewProjectTriggered();
+    void OnActionFileNewProjectWizardTriggered();
+    void OnActionFileOpenRecentTriggered();
+    void OnActionFileSaveProjectAsTriggered();
+    void OnActionFileSaveAllTriggered();
+    void OnActionProjectSetDeviceTriggered();
+    void OnActionProjectSetTarvoScriptTriggered();
+    void OnActionProjectSetTarvoLogFileTriggered();
+    void OnActionProjectAddSvdFileTriggered();
+    void OnActionProjectSetHostIFTriggered();
+    void OnActionProjectSetTargetIFTriggered();
+    void OnActionProjectSetTIFSpeedTriggered();
+    void OnActionProjectSetJTAGConfigTriggered();
+    void OnActionProjectConfigSWOTriggered();
+    void OnActionProjectSetSWOTriggered();
+    void OnActionProjectSetSemihostingTriggered();
+    void OnActionProjectConfigSemihostingTriggered();
+    void OnActionProjectSetMCTTriggered();
+    void OnActionProjectAddMCTSearchRangeTriggered();
+    void OnActionProjectAddRootPathTriggered();
+    void OnActionProjectAddSearchPathTriggered();
+    void OnActionProjectAddFileAliasTriggered();
+    void OnActionProjectAddPathSubstituteTriggered();
+    void OnActionProjectSetOSPluginTriggered();
+    void OnActionProjectSetCorePluginTriggered();
+    void OnActionProjectSetBPTypeTriggered();
+    void OnActionProjectSetTraceSourceTriggered();
+    void OnActionProjectSetTracePortWidthTriggered();
+    void OnActionProjectSetTraceTimingTriggered();
+    void OnActionProjectSetTraceFileTriggered();
+    void OnActionProjectSetConsoleLogFileTriggered();
+    void OnActionProjectSetTerminalLogFileTriggered();
+    void OnActionProjectDisableSessionSaveTriggered();
+    void OnActionProjectSetMemZoneRunningTriggered();
 
     /// The program file has been read; Path is empty when reading failed.
     void OnDataFileOpened(const QString& Path);
@@ -184,6 +244,22 @@ private:
     void OnProgramLoaderFinished(const QString& Path, int Result);
     void StoreProgramData(const QString& Path);
 
+    // Projects (MainWindowProject*.cpp, MainWindowUserFile.cpp).
+    void ConnectProject();
+    QStringList MakeCmdLineLines(bool Report) const;
+    void FilterRecentLists();
+    void AddRecentProject(const QString& Path, const QString& Replaced = QString());
+    void UpdateRecentMenus();
+    void UpdateProjectActions();
+    QString AskSaveProjectPath();
+    /// 0 saved, 2 canceled, -1 failed (the command's error is set).
+    int SaveProjectAs(const QString& Name);
+    /// An error of opening a project: the running open command's, else the log's.
+    void ReportOpenError(const QString& Text);
+    /// Runs Job now, or once no script function runs any more.
+    void RunWhenScriptIdle(std::function<void()> Job);
+    void CloseProgram();
+
     QMap<U32, QAction*> m_Actions;
     CConsoleWindow* m_Console = nullptr;
     QList<CWindow*> m_DebugWindows;
@@ -208,4 +284,8 @@ private:
     QDateTime m_ProgramFileTime;
     QElapsedTimer m_LoadTime;
     bool m_WaitCursor = false;
+    QMenu* m_RecentProjectsMenu = nullptr;
+    QMenu* m_RecentProgramsMenu = nullptr;
+    /// The command that is opening a file (File.Open, File.OpenRecent), or -1.
+    I32 m_OpenCommand = -1;
 };

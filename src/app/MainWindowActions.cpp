@@ -238,6 +238,40 @@ void CMainWindow::ConnectCommands() {
         {197, &CMainWindow::OnActionElfGetEntryPointPCTriggered},
         {200, &CMainWindow::OnActionElfGetEndianessTriggered},
         {122, &CMainWindow::OnActionProjectRelocateSymbolsTriggered},
+        {0, &CMainWindow::OnActionFileNewProjectTriggered},
+        {1, &CMainWindow::OnActionFileNewProjectWizardTriggered},
+        {3, &CMainWindow::OnActionFileOpenRecentTriggered},
+        {11, &CMainWindow::OnActionFileSaveProjectAsTriggered},
+        {12, &CMainWindow::OnActionFileSaveAllTriggered},
+        {101, &CMainWindow::OnActionProjectSetDeviceTriggered},
+        {102, &CMainWindow::OnActionProjectSetTarvoScriptTriggered},
+        {103, &CMainWindow::OnActionProjectSetTarvoLogFileTriggered},
+        {104, &CMainWindow::OnActionProjectAddSvdFileTriggered},
+        {105, &CMainWindow::OnActionProjectSetHostIFTriggered},
+        {106, &CMainWindow::OnActionProjectSetTargetIFTriggered},
+        {107, &CMainWindow::OnActionProjectSetTIFSpeedTriggered},
+        {108, &CMainWindow::OnActionProjectSetJTAGConfigTriggered},
+        {109, &CMainWindow::OnActionProjectConfigSWOTriggered},
+        {110, &CMainWindow::OnActionProjectSetSWOTriggered},
+        {111, &CMainWindow::OnActionProjectSetSemihostingTriggered},
+        {112, &CMainWindow::OnActionProjectConfigSemihostingTriggered},
+        {113, &CMainWindow::OnActionProjectSetMCTTriggered},
+        {114, &CMainWindow::OnActionProjectAddMCTSearchRangeTriggered},
+        {115, &CMainWindow::OnActionProjectAddRootPathTriggered},
+        {116, &CMainWindow::OnActionProjectAddSearchPathTriggered},
+        {117, &CMainWindow::OnActionProjectAddFileAliasTriggered},
+        {118, &CMainWindow::OnActionProjectAddPathSubstituteTriggered},
+        {119, &CMainWindow::OnActionProjectSetOSPluginTriggered},
+        {120, &CMainWindow::OnActionProjectSetCorePluginTriggered},
+        {121, &CMainWindow::OnActionProjectSetBPTypeTriggered},
+        {123, &CMainWindow::OnActionProjectSetTraceSourceTriggered},
+        {124, &CMainWindow::OnActionProjectSetTracePortWidthTriggered},
+        {125, &CMainWindow::OnActionProjectSetTraceTimingTriggered},
+        {126, &CMainWindow::OnActionProjectSetTraceFileTriggered},
+        {127, &CMainWindow::OnActionProjectSetConsoleLogFileTriggered},
+        {128, &CMainWindow::OnActionProjectSetTerminalLogFileTriggered},
+        {129, &CMainWindow::OnActionProjectDisableSessionSaveTriggered},
+        {130, &CMainWindow::OnActionProjectSetMemZoneRunningTriggered},
     };
     for (const auto& S : Slots) {
         ConnectAction(Action(S.Id), this, S.Slot);
@@ -280,4 +314,6 @@ void CMainWindow::ConnectCommands() {
     connect(this, &CMainWindow::SysVarEdited, this, &CMainWindow::OnSysVarChanged);
     connect(this, &CMainWindow::UserPreferenceEdited, this, &CMainWindow::OnUserPreferenceChanged);
     UpdateFullScreenText();
+    ConnectProject();
+    UpdateProjectActions();
 }

@@ -51,7 +51,11 @@ void CMainWindow::OnActionFileOpenTriggered() {
         return;
     }
     m_DefaultDirOpen = QFileInfo(Path).absolutePath();
+    // What goes wrong while a project opens is this command's error.
+    const I32 Outer = m_OpenCommand;
+    m_OpenCommand = CMD_FILE_OPEN;
     OpenFile(Path);
+    m_OpenCommand = Outer;
 }
 
 void CMainWindow::OpenFile(const QString& Path) {

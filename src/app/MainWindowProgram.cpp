@@ -12,6 +12,7 @@
 #include "program/ElfWrapper.h"
 #include "program/FileKinds.h"
 #include "program/FileWorker.h"
+#include "script/Project.h"
 
 #include <QApplication>
 #include <QEventLoop>
@@ -36,7 +37,25 @@ QString AddressText(I64 Value) {
 
 } // namespace
 
+void CMainWindow::CloseProgram() {
+    if (m_ProgramLoader && m_ProgramLoader->IsRunning()) {
+        m_ProgramLoader->Wait();
+    }
+    {
+        QMutexLocker Lock(&ELF_GetDataMutex());
+        ELF_Unload();
+    }
+    m_ProgramPath.clear();
+    Paths::SetProgramFile(QString());
+    UpdateTitle();
+}
+
 bool CMainWindow::OpenDataFile(const QString& Path) {
+    // No path closes the program.
+    if (Path.isEmpty()) {
+        CloseProgram();
+        return true;
+    }
     // The new program takes the place of the former one in the recent list.
     m_RecentPrograms.removeAll(Path);
     const qsizetype Former = m_ProgramPath.isEmpty() ? -1 : m_RecentPrograms.indexOf(m_ProgramPath);
@@ -142,6 +161,8 @@ void CMainWindow::OnDataFileOpened(const QString& Path) {
 void CMainWindow::StoreProgramData(const QString& Path) {
     m_ProgramPath = Path;
     Paths::SetProgramFile(Path);
+    // The project keeps the file it names, for its settings lines and the watch for changes.
+    CProject::Instance()->SetProgramFile(Path, QFileInfo(Path).lastModified());
 }
 
 void CMainWindow::OnActionElfGetBaseAddrTriggered() {

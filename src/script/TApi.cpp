@@ -1,6 +1,7 @@
 #include "script/TApi.h"
 
 #include "app/core/Log.h"
+#include "app/core/SysVars.h"
 #include "script/Interp.h"
 #include "script/TApiWaits.h"
 #include "script/TScript.h"
@@ -36,6 +37,20 @@ QString ReadString(U64 Pointer) {
     const auto* Start = reinterpret_cast<const char*>(static_cast<uintptr_t>(Pointer));
     const size_t Room = static_cast<size_t>(Block + SCRIPT_HEAP_SIZE - reinterpret_cast<const U8*>(Start));
     return QString::fromUtf8(Start, static_cast<qsizetype>(strnlen(Start, Room)));
+}
+
+/// Edit.SysVar (VAR_BREAK_AT_THIS_SYMBOL, "main"): the value of a text variable is a string of the script,
+/// although the parameter is a number.
+bool IsTextOfTextVariable(U32 Id, const U64* Args, int Count) {
+    if (Count < 2 || Commands::GetCommandName(Id) != QLatin1String("Edit.SysVar")) {
+        return false;
+    }
+    const SYSVAR_INFO* Row = SysVars::GetVarRow(static_cast<I32>(static_cast<U32>(Args[0])));
+    const U8* Block = TScript::GetHeapBlock();
+    const auto Address = static_cast<uintptr_t>(Args[1]);
+    return Row && Row->Type == &SYSVAR_TYPE_STRING && Block &&
+           Address >= reinterpret_cast<uintptr_t>(Block) &&
+           Address < reinterpret_cast<uintptr_t>(Block) + SCRIPT_HEAP_SIZE;
 }
 
 } // namespace
@@ -105,6 +120,9 @@ I32 CallCommand(U32 Id, const U64* Args, int Count) {
     for (int i = 0; i < Params; ++i) {
         V[i] =
             Commands::IsStringParam(Id, i) ? ReadString(Args[i]) : FormatNumberArg(Args[i], ParamBits(Id, i));
+    }
+    if (IsTextOfTextVariable(Id, Args, Params)) {
+        V[1] = ReadString(Args[1]);
     }
     const I64 Result = Commands::ExecCommand(Id, V[0], V[1], V[2], V[3], V[4], V[5], V[6], V[7]);
     if (Result < 0) {

@@ -12,6 +12,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QSaveFile>
 
 #include <memory>
 #include <new>
@@ -328,14 +329,22 @@ void ClearError() {
 
 int SetText(const QString& Path, const QString& Text) {
     const QByteArray Bytes = Text.isEmpty() ? S().ScriptText : Text.toUtf8();
-    QFile File(Path);
-    if (!File.open(QIODevice::WriteOnly | QIODevice::Truncate) || File.write(Bytes) != Bytes.size()) {
+    // Written beside the file and renamed over it at the end, so that a full disk or a crash never
+    // leaves half a project behind.
+    QSaveFile File(Path);
+    if (Path.isEmpty() || !File.open(QIODevice::WriteOnly) || File.write(Bytes) != Bytes.size() ||
+        !File.commit()) {
         return -1;
     }
     S().ScriptHash = HashText(Bytes);
     S().ScriptPath = Path;
     S().ScriptDir = DirOf(Path);
     return 0;
+}
+
+void SetScriptPath(const QString& Path) {
+    S().ScriptPath = Path;
+    S().ScriptDir = DirOf(Path);
 }
 
 int ExecByName(const QString& Name, const QStringList& Params, I64& Result, QString& ErrorText) {

@@ -49,8 +49,12 @@ bool HasError();
 /// Clears the pending error, in the host and in the interpreter.
 void ClearError();
 
-/// Writes Text (or, empty, the loaded text) to Path and takes it as the script's file and hash.
+/// Writes Text (or, empty, the loaded text) to Path and takes it as the script's file and hash. The file is
+/// replaced whole or not at all: on any error the old file stays and -1 comes back.
 int SetText(const QString& Path, const QString& Text);
+/// Sets ScriptPath and ScriptDir without loading anything (a project made from lines, a project saved
+/// under a new name).
+void SetScriptPath(const QString& Path);
 
 /// The user function table: prototype ("void OnProjectLoad (void);") and the name in it.
 QString GetUserFunctionPrototype(int Id);
@@ -58,6 +62,13 @@ QString GetUserFunctionName(int Id);
 /// One block of a generated project file: the comment head and the body. For id 1 the body holds
 /// CommandLines, File.Open in the user section.
 QString GetUserFunctionText(int Id, const QStringList& CommandLines);
+/// The text of a generated project file: the 15 blocks in order of id, one line feed between two blocks.
+/// OnProjectLoad holds CommandLines in its two sections (File.Open in the user section).
+QString GenerateProjectText(const QStringList& CommandLines);
+/// The core plug-in's body of a user function: given the id, a buffer and its capacity (10000), 0 means
+/// the buffer was filled. Installed while a plug-in that offers bodies is loaded; null for none.
+using USER_FUNCTION_BODY_PROVIDER = int (*)(int Id, char* Buffer, int Capacity);
+void SetUserFunctionBodyProvider(USER_FUNCTION_BODY_PROVIDER Provider);
 
 /// Runs a function named by a command: Params are integers or constants. Result is its return value.
 /// 0, or negative with the text for the command's error in ErrorText.

@@ -3,6 +3,8 @@
 
 #include "script/TScript.h"
 
+#include <vector>
+
 namespace TScript {
 namespace {
 
@@ -39,6 +41,10 @@ const USER_FUNCTION s_UserFunctions[USER_FUNCTION_COUNT] = {
     {"void AfterTargetHalt (void);", "Event handler routine. Optional.", false, BODY_COMMENTED},
     {"void BeforeTargetResume (void);", "Event handler routine. Optional.", false, BODY_COMMENTED},
 };
+
+USER_FUNCTION_BODY_PROVIDER s_BodyProvider = nullptr;
+/// Capacity of the buffer a core plug-in fills with a body.
+constexpr int BODY_CAPACITY = 10000;
 
 const USER_FUNCTION* Row(int Id) {
     return Id >= 1 && Id <= USER_FUNCTION_COUNT ? &s_UserFunctions[Id - 1] : nullptr;
@@ -133,15 +139,38 @@ QString GetUserFunctionName(int Id) {
     return Words.size() >= 2 ? Words.last() : QString();
 }
 
-QString GetUserFunctionText(int Id, const QStringList& CommandLines) {
+namespace {
+
+/// The plug-in's body of a function, or empty when there is no plug-in or it has none.
+QString ProvidedBody(int Id) {
+    if (!s_BodyProvider) {
+        return QString();
+    }
+    std::vector<char> Buffer(BODY_CAPACITY + 1, '\0');
+    if (s_BodyProvider(Id, Buffer.data(), BODY_CAPACITY) != 0) {
+        return QString();
+    }
+    Buffer[BODY_CAPACITY] = '\0';
+    return QString::fromUtf8(Buffer.data());
+}
+
+/// One block; a generated project always has the two sections in OnProjectLoad.
+QString BlockText(int Id, const QStringList& CommandLines, bool Generated) {
     const USER_FUNCTION* F = Row(Id);
     if (!F) {
         return QString();
     }
     const QString Name = GetUserFunctionName(Id);
     QString Text = CommentHead(Id, Name);
-    if (Id == 1 && !CommandLines.isEmpty()) {
+    if (Id == 1 && (Generated || !CommandLines.isEmpty())) {
         return Text + LoadFunctionBody(CommandLines);
+    }
+    if (Id != 1) {
+        const QString Body = ProvidedBody(Id);
+        if (!Body.isEmpty()) {
+            return Text + QStringLiteral("void ") + Name + QStringLiteral(" (void) {\n") + Body +
+                   QStringLiteral("\n}\n");
+        }
     }
     const QString Head = QStringLiteral("void ") + Name + QStringLiteral(" (void) {");
     switch (F->Body) {
@@ -156,6 +185,24 @@ QString GetUserFunctionText(int Id, const QStringList& CommandLines) {
         return Text;
     }
     return Text;
+}
+
+} // namespace
+
+QString GetUserFunctionText(int Id, const QStringList& CommandLines) {
+    return BlockText(Id, CommandLines, false);
+}
+
+QString GenerateProjectText(const QStringList& CommandLines) {
+    QStringList Blocks;
+    for (int Id = 1; Id <= USER_FUNCTION_COUNT; ++Id) {
+        Blocks.append(BlockText(Id, CommandLines, true));
+    }
+    return Blocks.join(QLatin1Char('\n'));
+}
+
+void SetUserFunctionBodyProvider(USER_FUNCTION_BODY_PROVIDER Provider) {
+    s_BodyProvider = Provider;
 }
 
 } // namespace TScript

@@ -3,7 +3,9 @@
 #include "app/core/Types.h"
 #include "target/DeviceEvents.h"
 
+#include <QList>
 #include <QMainWindow>
+#include <QPair>
 
 #include <functional>
 
@@ -65,6 +67,12 @@ public:
     bool TestFlag(WINDOW_FLAGS Flag) const { return (m_Flags & Flag) != 0; }
     virtual void SetFlag(WINDOW_FLAGS Flag, bool On);
 
+    /// Keys this window adds to its OpenWindow line in the project's user file, in the order of their ids
+    /// (7 to 11 and behind 12, DisplayFormat 12); the text of a text value without its quotes.
+    virtual QList<QPair<QString, QString>> GetUserFileKeys() const { return {}; }
+    /// The window's OpenWindow line of a user file that is being read.
+    virtual void ReadUserFileKeys(const QString& Line) { Q_UNUSED(Line); }
+
     CDockWindow* GetDock() const { return m_Dock; }
     void SetDock(CDockWindow* Dock) { m_Dock = Dock; }
 
@@ -78,6 +86,9 @@ public slots:
     virtual void OnActionPerformed();
     virtual void OnOpened() {}
     virtual void OnClosed() {}
+    /// A project was opened, or it ended: a window clears what belonged to it.
+    virtual void OnProjectFileOpened(const QString& Path) { Q_UNUSED(Path); }
+    virtual void OnProjectFileClosed(const QString& Path) { Q_UNUSED(Path); }
 
 protected:
     void BracketAction(QAction* Action, std::function<void()> Slot);

@@ -372,11 +372,14 @@ QList<I64> ExecCommands(const QList<U32>& Ids) {
 }
 
 QString FormatCommandText(U32 Id) {
+    return FormatCommandText(Id, GetCommandRawArgs(Id));
+}
+
+QString FormatCommandText(U32 Id, const QStringList& Raw) {
     const QString Name = GetCommandName(Id);
     if (Name.isEmpty()) {
         return QString();
     }
-    const QStringList Raw = GetCommandRawArgs(Id);
     QStringList Args;
     for (int i = 0; i < Raw.size(); ++i) {
         QString Arg = Raw[i];

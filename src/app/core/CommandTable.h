@@ -127,6 +127,8 @@ QList<I64> ExecCommands(const QList<U32>& Ids);
 
 /// The text of a call: "Name (args);" or "Name();".
 QString FormatCommandText(U32 Id);
+/// The text of a call with the given arguments, without touching the row's pending call (project lines).
+QString FormatCommandText(U32 Id, const QStringList& Args);
 /// Parses a Console line and stores its arguments on the row's action.
 PARSED_COMMAND ParseCommandLine(const QString& Text);
 /// Header and one line per listed command, sorted by name.

@@ -1,0 +1,306 @@
+// The project's File commands, the recent lists and how the project is wired to the main window.
+
+#include "app/MainWindow.h"
+
+#include "analysis/CorePluginLoader.h"
+#include "app/ProjectWizard.h"
+#include "app/SysVarsEditor.h"
+#include "app/core/CommandTable.h"
+#include "app/core/Log.h"
+#include "app/core/Paths.h"
+#include "app/core/ScriptConstants.h"
+#include "program/ElfWrapper.h"
+#include "script/Project.h"
+#include "script/TScript.h"
+#include "target/DeviceConfig.h"
+#include "views/MessageBox.h"
+
+#include <QAction>
+#include <QFile>
+#include <QFileInfo>
+#include <QMenu>
+#include <QMenuBar>
+#include <QRegularExpression>
+
+namespace {
+
+enum COMMAND_IDS : U32 {
+    CMD_FILE_NEW_PROJECT = 0,
+    CMD_FILE_NEW_PROJECT_WIZARD = 1,
+    CMD_FILE_OPEN = 2,
+    CMD_FILE_OPEN_RECENT = 3,
+    CMD_FILE_LOAD = 4,
+    CMD_FILE_SAVE_PROJECT_AS = 11,
+    CMD_FILE_SAVE_ALL = 12,
+};
+
+constexpr int MAX_RECENT_PROJECTS = 4;
+
+bool Matches(const QString& Name, const char* Patterns) {
+    for (const QString& P : QString::fromLatin1(Patterns).split(QLatin1Char(' '))) {
+        const QRegularExpression Re(QRegularExpression::wildcardToRegularExpression(P),
+                                    QRegularExpression::CaseInsensitiveOption);
+        if (Re.match(Name).hasMatch()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+QStringList Filtered(const QStringList& List, const char* Patterns, int Max) {
+    QStringList Kept;
+    for (const QString& Path : List) {
+        if (Kept.size() < Max && !Kept.contains(Path) && Matches(QFileInfo(Path).fileName(), Patterns) &&
+            QFileInfo(Path).isFile()) {
+            Kept.append(Path);
+        }
+    }
+    return Kept;
+}
+
+/// The checks of the project against what the layers above the script know so far.
+class CSessionChecks : public IProjectChecks {
+public:
+    bool IsRegisterSetLoaded() override {
+        for (const QString& Svd : CProject::Instance()->GetSvdFiles()) {
+            if (CanFindFile(Svd)) {
+                return true;
+            }
+        }
+        return false;
+    }
+    bool HasDefaultRegisterSet() override {
+        // Registers are a matter of the device's core; while it is unknown there is nothing to miss.
+        return !IsDeviceCoreKnown();
+    }
+    bool CanFindFile(const QString& Path) override { return QFileInfo(Paths::ExpandPath(Path)).isFile(); }
+    bool IsDeviceCoreKnown() override { return GetDeviceConfig().GetParam(DEVICE_INDEX) > 0; }
+    bool IsCorePluginLoaded() override { return CorePluginLoader::IsLoaded(); }
+    bool IsOSPluginSet() override { return !CProject::Instance()->GetOSPluginPath().isEmpty(); }
+    bool IsProgramOpen() override { return ELF_IsLoaded(); }
+    bool HasProgramSymbol(const QString& Name) override {
+        QMutexLocker Lock(&ELF_GetDataMutex());
+        const ELF_FILE* File = ELF_GetProgramElfFile();
+        if (!File) {
+            return false;
+        }
+        const QByteArray Wanted = Name.toUtf8();
+        const U32 Count = ELF_GetSymCount(File);
+        for (U32 i = 0; i < Count; ++i) {
+            const char* SymName = ELF_GetSymName(File, i);
+            if (SymName && Wanted == SymName) {
+                return true;
+            }
+        }
+        return false;
+    }
+    // The core plug-in's verdict on the program and the byte orders are asked for once the session
+    // controller configures the target for the program.
+    bool IsProgramForTarget() override { return true; }
+    bool IsDataEndianMatching() override { return true; }
+    bool IsInstEndianMatching() override { return true; }
+};
+
+/// The core plug-in's bodies of the user functions of a generated project.
+int PluginBody(int Id, char* Buffer, int Capacity) {
+    const CORE_PLUGIN_API& Api = CorePluginLoader::GetApi();
+    if (!CorePluginLoader::IsLoaded() || !Api.GetScriptHandlerText) {
+        return -1;
+    }
+    return Api.GetScriptHandlerText(static_cast<U32>(Id), Buffer, static_cast<U32>(Capacity));
+}
+
+} // namespace
+
+void CMainWindow::ConnectProject() {
+    CProject* Project = CProject::Instance();
+    static CSessionChecks s_Checks;
+    Project->SetChecks(&s_Checks);
+    Project->SetAskSaveAsHook([this]() { return AskSaveProjectPath(); });
+    Project->SetUserFunctionRunner([this](int Id) { return ExecUserFunction(Id); });
+    Project->SetCmdLineLinesHook([this]() { return MakeCmdLineLines(false); });
+    Project->SetProbeSettingsHook([]() {
+        const CDeviceConfig& Config = GetDeviceConfig();
+        ProjectText::PROBE_SETTINGS Probe;
+        Probe.Device = Config.GetText(DEVICE_NAME);
+        Probe.HostIF = Config.GetParam(HOST_IF);
+        if (Probe.HostIF == HOST_IF_IP) {
+            Probe.HostIdent = Config.GetText(HOST_NAME);
+        } else if (Config.GetParam(USE_SERIAL_NO) != 0) {
+            Probe.HostIdent = QString::number(static_cast<U32>(Config.GetParam(USB_SERIAL_NO)));
+        }
+        Probe.TargetIF = Config.GetParam(TARGET_IF);
+        Probe.Speed = Config.GetParam(TIF_SPEED);
+        return Probe;
+    });
+    TScript::SetUserFunctionBodyProvider(&PluginBody);
+    CSysVarsEditor::SetWriteSystemSettings([this]() {
+        CProject* P = CProject::Instance();
+        if (P->WriteSystemSettings()) {
+            return true;
+        }
+        MessageBox::Inform(this, QMessageBox::Warning, QStringLiteral("Project Warning"),
+                           QStringLiteral("Project settings could not be saved: ") + P->GetLastWriteError());
+        return false;
+    });
+
+    connect(Project, &CProject::ModifiedChanged, this, &CMainWindow::OnProjectModifiedChanged);
+    connect(Project, &CProject::AboutToClose, this, &CMainWindow::OnProjectAboutToClose);
+    connect(Project, &CProject::Opened, this, &CMainWindow::OnProjectFileOpened);
+    connect(Project, &CProject::Closed, this, &CMainWindow::OnProjectFileClosed);
+
+    // The recent lists stand in the File menu behind Open.
+    if (QMenu* File = menuBar()->actions().isEmpty() ? nullptr : menuBar()->actions().first()->menu()) {
+        QAction* Before = Action(CMD_FILE_LOAD);
+        m_RecentProjectsMenu = new QMenu(QStringLiteral("Recent &Projects"), File);
+        m_RecentProjectsMenu->setObjectName(QStringLiteral("menuRecentProjects"));
+        m_RecentProgramsMenu = new QMenu(QStringLiteral("Recent P&rograms"), File);
+        m_RecentProgramsMenu->setObjectName(QStringLiteral("menuRecentPrograms"));
+        File->insertMenu(Before, m_RecentProjectsMenu);
+        File->insertMenu(Before, m_RecentProgramsMenu);
+    }
+}
+
+void CMainWindow::FilterRecentLists() {
+    m_RecentProjects = Filtered(m_RecentProjects, "*.tvproj", MAX_RECENT_PROJECTS);
+    m_RecentPrograms = Filtered(m_RecentPrograms, "*.bin *.mot *.srec *.hex *.elf *.out *.axf", 10);
+    UpdateRecentMenus();
+}
+
+void CMainWindow::AddRecentProject(const QString& Path, const QString& Replaced) {
+    if (Path.isEmpty()) {
+        return;
+    }
+    m_RecentProjects.removeAll(Path);
+    const qsizetype Old = Replaced.isEmpty() ? -1 : m_RecentProjects.indexOf(Replaced);
+    if (Old >= 0) {
+        m_RecentProjects[Old] = Path;
+    } else {
+        m_RecentProjects.prepend(Path);
+    }
+    while (m_RecentProjects.size() > MAX_RECENT_PROJECTS) {
+        m_RecentProjects.removeLast();
+    }
+    UpdateRecentMenus();
+}
+
+void CMainWindow::UpdateRecentMenus() {
+    if (!m_RecentProjectsMenu || !m_RecentProgramsMenu) {
+        return;
+    }
+    // One index over both lists: the projects first, then the programs (File.OpenRecent).
+    int Index = 0;
+    for (auto [Menu, List] : {std::pair{m_RecentProjectsMenu, &m_RecentProjects},
+                              std::pair{m_RecentProgramsMenu, &m_RecentPrograms}}) {
+        Menu->clear();
+        for (const QString& Path : *List) {
+            QAction* A = Menu->addAction(QStringLiteral("&%1 %2").arg(Index + 1).arg(Path));
+            A->setData(Index);
+            connect(A, &QAction::triggered, this,
+                    [Index]() { Commands::ExecCommand(CMD_FILE_OPEN_RECENT, QString::number(Index)); });
+            ++Index;
+        }
+        Menu->setEnabled(!List->isEmpty());
+    }
+}
+
+void CMainWindow::UpdateProjectActions() {
+    const CProject* Project = CProject::Instance();
+    Commands::SetCommandEnabled(CMD_FILE_SAVE_PROJECT_AS, Project->IsLoaded());
+    Commands::SetCommandEnabled(CMD_FILE_SAVE_ALL, Project->IsLoaded() && Project->IsModified());
+    UpdateRecentMenus();
+}
+
+void CMainWindow::OnActionFileNewProjectTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_FILE_NEW_PROJECT)) {
+        return;
+    }
+    RunWhenScriptIdle([this]() { NewProject(); });
+}
+
+void CMainWindow::OnActionFileNewProjectWizardTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_FILE_NEW_PROJECT_WIZARD)) {
+        return;
+    }
+    CProjectWizard Wizard(this);
+    connect(&Wizard, &CProjectWizard::Finished, this, &CMainWindow::OnProjectWizardFinished);
+    MessageBox::Exec(&Wizard, QDialog::Rejected);
+}
+
+void CMainWindow::OnActionFileOpenRecentTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_FILE_OPEN_RECENT)) {
+        return;
+    }
+    const I64 Index =
+        ScriptConstants::ParseConstantOrNumber(Commands::GetCommandArgs(CMD_FILE_OPEN_RECENT).first());
+    const QStringList All = m_RecentProjects + m_RecentPrograms;
+    if (Index < 0 || Index >= All.size()) {
+        Commands::SetCommandError(CMD_FILE_OPEN_RECENT, QStringLiteral("invalid parameter"));
+        return;
+    }
+    const QString Path = All[static_cast<int>(Index)];
+    if (!QFileInfo(Path).isFile()) {
+        Commands::SetCommandError(CMD_FILE_OPEN_RECENT, QStringLiteral("file not found"));
+        return;
+    }
+    const I32 Outer = m_OpenCommand;
+    m_OpenCommand = CMD_FILE_OPEN_RECENT;
+    OpenFile(Path);
+    m_OpenCommand = Outer;
+}
+
+int CMainWindow::SaveProjectAs(const QString& Name) {
+    QString Path =
+        Name.trimmed().isEmpty() ? CProject::Instance()->AskSaveAs() : Paths::ExpandPath(Name.trimmed());
+    if (Path.isEmpty()) {
+        // Canceled: no error and no echo.
+        Commands::SetCommandDone(CMD_FILE_SAVE_PROJECT_AS);
+        return 2;
+    }
+    if (QFileInfo(Path).suffix().isEmpty()) {
+        Path += QStringLiteral(".tvproj");
+    }
+    const QFileInfo Info(Path);
+    bool Writable = Matches(Info.fileName(), "*.tvproj") && !Info.isDir();
+    if (Writable && Info.exists()) {
+        // Opened for appending, so that the check leaves the file as it is.
+        QFile Probe(Path);
+        Writable = Probe.open(QIODevice::WriteOnly | QIODevice::Append);
+    }
+    if (!Writable) {
+        Commands::SetCommandError(CMD_FILE_SAVE_PROJECT_AS, QStringLiteral("invalid project filename"));
+        return -1;
+    }
+    m_DefaultDirSave = Info.absolutePath();
+    if (!SaveProject(Path)) {
+        Commands::SetCommandError(CMD_FILE_SAVE_PROJECT_AS, CProject::Instance()->GetLastWriteError());
+        return -1;
+    }
+    return 0;
+}
+
+void CMainWindow::OnActionFileSaveProjectAsTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_FILE_SAVE_PROJECT_AS, 0)) {
+        return;
+    }
+    const QStringList Args = Commands::GetCommandArgs(CMD_FILE_SAVE_PROJECT_AS);
+    Commands::SetCommandResult(CMD_FILE_SAVE_PROJECT_AS,
+                               SaveProjectAs(Args.isEmpty() ? QString() : Args.first()));
+}
+
+void CMainWindow::OnActionFileSaveAllTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_FILE_SAVE_ALL)) {
+        return;
+    }
+    CProject* Project = CProject::Instance();
+    if (!Project->IsModified()) {
+        return;
+    }
+    if (QFileInfo(Project->GetPath()).isFile()) {
+        if (!SaveProject(Project->GetPath())) {
+            Commands::SetCommandError(CMD_FILE_SAVE_ALL, Project->GetLastWriteError());
+        }
+        return;
+    }
+    Commands::ExecCommand(CMD_FILE_SAVE_PROJECT_AS);
+}

@@ -1,0 +1,208 @@
+// Writing project files: the settings groups, the system settings, a new file, and what a failed write
+// leaves behind.
+
+#include "ProjectFixture.h"
+
+#include "program/LogCapture.h"
+#include "script/ProjectText.h"
+#include "script/TScript.h"
+
+#include <QDir>
+
+namespace {
+
+using ProjectWriteTest = ProjectFixture;
+
+QByteArray Generated(const QStringList& Lines) {
+    return TScript::GenerateProjectText(Lines).toUtf8();
+}
+
+QByteArray LOGS_TEXT() {
+    return "void OnProjectLoad (void) {\n  Util.Log(\"loaded\");\n}\n";
+}
+
+ProjectText::PROBE_SETTINGS Probe() {
+    ProjectText::PROBE_SETTINGS P;
+    P.Device = "STM32F407VG";
+    P.HostIF = 1;
+    P.HostIdent = "123";
+    P.TargetIF = 1;
+    P.Speed = 4000000;
+    return P;
+}
+
+TEST_F(ProjectWriteTest, TraceGroupWrittenTwiceLeavesOneCopy) {
+    Project()->Open(Write("p.tvproj", Generated({"Project.SetDevice (\"X\");", "File.Open (\"a.elf\");"})));
+    const QStringList Trace = {"Project.SetTraceSource (\"Trace Pins\");", "Project.SetTracePortWidth (2);"};
+    ASSERT_TRUE(Project()->WriteTraceSettings(Trace));
+    ASSERT_TRUE(Project()->WriteTraceSettings(Trace));
+    const QString Text = QString::fromUtf8(Read(Project()->GetPath()));
+    EXPECT_EQ(Text.count("Project.SetTraceSource"), 1);
+    EXPECT_EQ(Text.count("Project.SetTracePortWidth"), 1);
+    EXPECT_TRUE(Text.contains(
+        "  //\n  // Dialog-generated settings\n  //\n  Project.SetTraceSource (\"Trace Pins\");\n"
+        "  Project.SetTracePortWidth (2);\n  Project.SetDevice (\"X\");\n"
+        "  //\n  // User settings\n  //\n  File.Open (\"a.elf\");\n}\n"));
+    EXPECT_EQ(TakeConsole().count("Trace settings were written to the project file"), 2);
+    // The program's own write isn't taken for a change from outside.
+    EXPECT_FALSE(TScript::ReloadIfChanged());
+}
+
+TEST_F(ProjectWriteTest, MissingMarkerIsLoggedAndTheLinesStillArrive) {
+    LogCapture Log;
+    Project()->Open(Write("p.tvproj", "void OnProjectLoad (void) {\n  Util.Log(\"mine\");\n}\n"));
+    ASSERT_TRUE(Project()->WriteTarvoSettings({"Project.SetDevice (\"X\");"}));
+    EXPECT_EQ(Read(Project()->GetPath()),
+              "void OnProjectLoad (void) {\n  Util.Log(\"mine\");\n  Project.SetDevice (\"X\");\n}\n");
+    // The log starts its lines with a capital.
+    EXPECT_FALSE(
+        Log.Lines()
+            .filter("could not find dialog-generated text section in script function 'OnProjectLoad'",
+                    Qt::CaseInsensitive)
+            .isEmpty());
+    EXPECT_TRUE(Log.Lines().filter("user settings text section", Qt::CaseInsensitive).isEmpty());
+}
+
+TEST_F(ProjectWriteTest, FailedWriteLeavesTheFileAsItWas) {
+    LogCapture Log;
+    const QByteArray Text = "void Other (void) { Project.SetDevice(\"A\"); }\n";
+    Project()->Open(Write("p.tvproj", Text));
+    EXPECT_FALSE(Project()->WriteTarvoSettings({"Project.SetDevice (\"X\");"}));
+    EXPECT_EQ(Read(Project()->GetPath()), Text);
+    EXPECT_EQ(Project()->GetLastWriteError(),
+              "could not determine text insertion position.\nVerify that script "
+              "function 'OnProjectLoad' is present.");
+    EXPECT_FALSE(
+        Log.Lines().filter("Could not determine text bounds of script function OnProjectLoad").isEmpty());
+    EXPECT_EQ(QDir(m_Dir.path()).entryList(QDir::Files), QStringList({"p.tvproj"}));
+}
+
+TEST_F(ProjectWriteTest, WriteWithoutAFileAsksForOne) {
+    Project()->CreateFromLines({"Project.SetDevice (\"X\");"});
+    EXPECT_FALSE(Project()->WriteTraceSettings({"Project.SetTracePortWidth (1);"}));
+    EXPECT_EQ(Project()->GetLastWriteError(), "project file path not specified");
+    EXPECT_TRUE(TakeConsole().contains("Error writing project settings :project file path not specified"));
+
+    const QString Chosen = m_Dir.filePath("chosen.tvproj");
+    Project()->SetAskSaveAsHook([Chosen]() { return Chosen; });
+    ASSERT_TRUE(Project()->WriteTraceSettings({"Project.SetTracePortWidth (1);"}));
+    EXPECT_EQ(Project()->GetPath(), Chosen);
+    EXPECT_FALSE(Project()->IsModified());
+    const QString Text = QString::fromUtf8(Read(Chosen));
+    EXPECT_EQ(Text.count("Project.SetTracePortWidth (1);"), 1);
+    EXPECT_EQ(Text.count(QString("/") + QString(69, '*')), 15);
+}
+
+TEST_F(ProjectWriteTest, SaveKeepsUserFunctionsAndRoundTrips) {
+    Project()->SetProbeSettingsHook(&Probe);
+    const QByteArray Own = "\nint Twice (int x) {\n  return x + x;\n}\n";
+    QByteArray Text0 = Generated({"Project.SetDevice (\"OLD\");"}) + Own;
+    Text0.replace("  // User settings\n  //\n", "  // User settings\n  //\n  Util.Log(\"user\");\n");
+    const QString First = Write("first.tvproj", Text0);
+    Project()->Open(First);
+    Project()->SetModified(true);
+    const QString Second = m_Dir.filePath("second.tvproj");
+    ASSERT_TRUE(Project()->SaveNew(Second));
+    EXPECT_EQ(Project()->GetPath(), Second);
+    EXPECT_FALSE(Project()->IsModified());
+    const QString Text = QString::fromUtf8(Read(Second));
+    EXPECT_TRUE(Text.endsWith(QString::fromUtf8(Own))) << "the user's own function stays";
+    EXPECT_TRUE(
+        Text.contains("  //\n  // Dialog-generated settings\n  //\n  Project.SetDevice (\"STM32F407VG\");\n"
+                      "  Project.SetHostIF (\"USB\", \"123\");\n  Project.SetTargetIF (\"SWD\");\n"
+                      "  Project.SetTIFSpeed (\"4 MHz\");\n  Project.AddPathSubstitute (\"" +
+                      m_Dir.path() + "\", \"$(ProjectDir)\");\n"))
+        << Text.toStdString();
+    EXPECT_FALSE(Text.contains("OLD"));
+    EXPECT_TRUE(Text.contains("  //\n  // User settings\n  //\n  Util.Log(\"user\");\n}\n"));
+    // Open and save again: byte for byte the same.
+    Project()->Open(Second);
+    const QString Third = m_Dir.filePath("third.tvproj");
+    ASSERT_TRUE(Project()->SaveNew(Third));
+    EXPECT_EQ(Read(Second), Read(Third));
+}
+
+TEST_F(ProjectWriteTest, SaveOfANewProjectWritesAGeneratedFile) {
+    Project()->SetProbeSettingsHook(&Probe);
+    Project()->AddSvdFile("/somewhere/STM32F407.svd");
+    const QString Path = m_Dir.filePath("new.tvproj");
+    ASSERT_TRUE(Project()->SaveNew(Path));
+    const QString Text = QString::fromUtf8(Read(Path));
+    EXPECT_EQ(Text.count(QString("/") + QString(69, '*')), 15);
+    EXPECT_TRUE(Text.contains("  Project.AddSvdFile (\"/somewhere/STM32F407.svd\");\n"));
+    EXPECT_TRUE(TScript::HasUserFunction(1)) << "the written text is the project's script now";
+}
+
+TEST_F(ProjectWriteTest, FailedSaveKeepsThePathAndTheChanges) {
+    const QString Path = Write("p.tvproj", LOGS_TEXT());
+    Project()->Open(Path);
+    Project()->SetModified(true);
+    EXPECT_FALSE(Project()->SaveNew(m_Dir.filePath("no/such/dir/x.tvproj")));
+    EXPECT_EQ(Project()->GetPath(), Path);
+    EXPECT_TRUE(Project()->IsModified());
+    EXPECT_EQ(Project()->GetLastWriteError(), "file could not be written");
+    EXPECT_EQ(Read(Path), LOGS_TEXT());
+}
+
+TEST_F(ProjectWriteTest, AFailedScriptIsSavedAsTheUserWroteIt) {
+    Project()->SetProbeSettingsHook(&Probe);
+    // The error stops OnProjectLoad before the target interface is set: the session doesn't know it.
+    const QByteArray Failing =
+        "void OnProjectLoad (void) {\n  Project.SetDevice (\"A\");\n  Util.Log(\"x\") y;\n"
+        "  Project.SetTargetIF (\"cJTAG\");\n}\n";
+    Project()->Open(Write("failing.tvproj", Failing));
+    ASSERT_NE(TScript::ExecUserFunction(1), 0);
+    ASSERT_TRUE(Project()->SaveNew(m_Dir.filePath("copy.tvproj")));
+    EXPECT_EQ(Read(m_Dir.filePath("copy.tvproj")), Failing);
+    // A file that doesn't parse at all goes along as well.
+    const QByteArray Broken = "void OnProjectLoad (void) {\n  Project.SetTargetIF (\"FINE\");\n}\n}}}\n";
+    Project()->Open(Write("broken.tvproj", Broken));
+    ASSERT_TRUE(Project()->SaveNew(m_Dir.filePath("broken2.tvproj")));
+    EXPECT_EQ(Read(m_Dir.filePath("broken2.tvproj")), Broken);
+}
+
+TEST_F(ProjectWriteTest, ProjectFromTheCommandLineWritesOnlyItsLines) {
+    const QByteArray Text = Generated({"Project.SetDevice (\"OLD\");", "Project.AddSvdFile (\"keep.svd\");"});
+    const QString Path = Write("cmd.tvproj", Text);
+    Project()->SetProbeSettingsHook(&Probe);
+    Project()->SetCmdLineLinesHook([]() { return QStringList({"Project.SetDevice (\"CMD\");"}); });
+    Project()->SetFromCmdLine(true);
+    ASSERT_TRUE(Project()->SaveNew(Path));
+    const QString Written = QString::fromUtf8(Read(Path));
+    EXPECT_TRUE(Written.contains("  Project.SetDevice (\"CMD\");\n  Project.AddSvdFile (\"keep.svd\");\n"));
+    EXPECT_FALSE(Written.contains("STM32F407VG")) << "the session's other settings are not written";
+}
+
+TEST_F(ProjectWriteTest, SystemSettingsThroughTheirCommands) {
+    Project()->Open(Write("p.tvproj", Generated({})));
+    EXPECT_TRUE(CProject::SystemSettingsLines().isEmpty()) << "nothing differs from its default";
+    SysVars::SetVarValue(SysVars::GetVarRow(VAR_RESET_MODE), 2, false);
+    SysVars::SetVarValue(SysVars::GetVarRow(VAR_TRACE_PORT_DELAY_0), -150, false);
+    SysVars::SetVarValue(SysVars::GetVarRow(VAR_TRACE_PORT_WIDTH), 1, false);
+    SysVars::SetVarText(SysVars::GetVarRow(VAR_BREAK_AT_THIS_SYMBOL), "Reset_Handler", 0);
+    SysVars::SetVarText(SysVars::GetVarRow(VAR_MEM_ZONE_RUNNING), "AHB-AP", 0);
+    const QStringList Lines = {"Debug.SetResetMode (RM_RESET_AND_RUN);",
+                               "Edit.SysVar (VAR_BREAK_AT_THIS_SYMBOL, \"Reset_Handler\");",
+                               "Project.SetMemZoneRunning (\"AHB-AP\");",
+                               "Edit.SysVar (VAR_TRACE_PORT_WIDTH, 1);",
+                               "Edit.SysVar (VAR_TRACE_PORT_DELAY_0, -150);"};
+    EXPECT_EQ(CProject::SystemSettingsLines(), Lines);
+    ASSERT_TRUE(Project()->WriteSystemSettings());
+    ASSERT_TRUE(Project()->WriteSystemSettings());
+    const QString Text = QString::fromUtf8(Read(Project()->GetPath()));
+    EXPECT_TRUE(Text.contains("  // Dialog-generated settings\n  //\n  " + Lines.join("\n  ") + "\n  //\n"))
+        << Text.toStdString();
+    // Back at the defaults, the lines go.
+    SysVars::ResetAll();
+    ASSERT_TRUE(Project()->WriteSystemSettings());
+    EXPECT_FALSE(QString::fromUtf8(Read(Project()->GetPath())).contains("SysVar"));
+    EXPECT_EQ(TakeConsole().count("System settings were written to the project file"), 3);
+    // A text variable's line gives the command its text, not the string's address.
+    ASSERT_EQ(TScript::Parse(TScript::GenerateProjectText({Lines[1]})), 0);
+    m_Runs.clear();
+    ASSERT_EQ(TScript::ExecUserFunction(1), 0);
+    ASSERT_EQ(m_Runs.size(), 1);
+    EXPECT_EQ(m_Runs[0].Args, QStringList({"0xC", "Reset_Handler"}));
+}
+
+} // namespace

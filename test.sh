@@ -26,3 +26,13 @@ for pid in "${fuzz_pids[@]}"; do wait "$pid"; done
 
 # The script interpreter: 200000 generated and mutated scripts.
 ASAN_OPTIONS=abort_on_error=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 ./build-asan/tests/fuzz_script 200000
+
+# The device thread under ThreadSanitizer: rings, events and memory access against the fake target,
+# with the 100000-job stress run.
+cmake --preset tsan -DARNEX_WERROR=ON >/dev/null
+cmake --build build-tsan -j2 --target test_target
+TSAN_OPTIONS=halt_on_error=1 ./build-tsan/tests/test_target --gtest_brief=1
+
+# The same tests under AddressSanitizer with its leak check: every job's buffers are freed.
+cmake --build build-asan -j2 --target test_target
+ASAN_OPTIONS=detect_leaks=1 ./build-asan/tests/test_target --gtest_brief=1

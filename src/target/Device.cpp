@@ -236,12 +236,19 @@ void CDevice::ReleaseSlot(DEVICE_JOB* Job) {
 }
 
 I64 CDevice::WaitForJob(U32 Kind, bool ProcessEvents, int TimeoutMs) {
+    return WaitForJobSlot(Kind, ProcessEvents, TimeoutMs, nullptr);
+}
+
+I64 CDevice::WaitForJobSlot(U32 Kind, bool ProcessEvents, int TimeoutMs, DEVICE_JOB** SlotOut) {
     U32 Queue = JQ_ALL;
     const int Pos = FindJob(Kind, &Queue);
     if (Pos < 0) {
         return 0;
     }
     DEVICE_JOB* Slot = RingSlot(Queue, static_cast<U32>(Pos));
+    if (SlotOut) {
+        *SlotOut = Slot;
+    }
     const U64 Id = IdOf(Slot).load(std::memory_order_acquire);
     const U32 Type = LoadType(Slot);
     const int Limit = TimeoutMs == -1 ? Jobs::DefaultWaitMs(Type) : TimeoutMs;
@@ -272,15 +279,39 @@ I64 CDevice::WaitForJob(U32 Kind, bool ProcessEvents, int TimeoutMs) {
         }
         if (ProcessEvents) {
             QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+            std::this_thread::yield();
+        } else {
+            std::unique_lock<std::mutex> Lock(m_DoneLock);
+            m_JobDone.wait_for(Lock, std::chrono::milliseconds(1), [&]() {
+                return !(LoadFlags(Slot) & JOB_FLAG_PENDING) ||
+                       IdOf(Slot).load(std::memory_order_acquire) != Id;
+            });
         }
-        std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
 }
 
 I64 CDevice::WaitForJobEvent(U32 Kind, bool ProcessEvents) {
-    const I64 Result = WaitForJob(Kind, ProcessEvents, -1);
-    if (Result > 0) {
-        DeviceEvents::DeliverDeviceEvents(100, static_cast<U64>(Result));
+    DEVICE_JOB* Slot = nullptr;
+    const I64 Result = WaitForJobSlot(Kind, ProcessEvents, -1, &Slot);
+    if (Result <= 0) {
+        return Result;
+    }
+    // The job has run; its event follows a moment later. Deliver until it came, or until the slot shows
+    // that the job raised none (released, or holding another job by now).
+    const U64 Id = static_cast<U64>(Result - 1);
+    QElapsedTimer Clock;
+    Clock.start();
+    for (;;) {
+        bool Found = false;
+        DeviceEvents::DeliverDeviceEvents(100, static_cast<U64>(Result), &Found);
+        if (Found || !isRunning()) {
+            break;
+        }
+        const bool Held = LoadType(Slot) != 0 && IdOf(Slot).load(std::memory_order_acquire) == Id;
+        if (!Held || Clock.elapsed() > 1000) {
+            break;
+        }
+        std::this_thread::yield();
     }
     return Result;
 }
@@ -465,7 +496,11 @@ void CDevice::FinishJob(DEVICE_JOB* Job, I64 Value) {
         SetTargetExecState(0, 0);
     }
     // The pending bit goes before the job is handed on: once delivered, its slot may carry a new job.
-    FlagsOf(Job).store(JOB_FLAG_RAN, std::memory_order_release);
+    {
+        std::lock_guard<std::mutex> Guard(m_DoneLock);
+        FlagsOf(Job).store(JOB_FLAG_RAN, std::memory_order_release);
+    }
+    m_JobDone.notify_all();
     const bool NoEvent =
         Job->Status == JS_CANCELED || Type == JT_HALT || Type == JT_RUN_TO ||
         ((Type == JT_STEP_INTO || Type == JT_STEP_OVER || Type == JT_STEP_OUT) && Value == 1) ||

@@ -199,6 +199,8 @@ private:
         U32 WriteIndex = 0;
     };
 
+    /// WaitForJob, and the slot that held the job.
+    I64 WaitForJobSlot(U32 Kind, bool ProcessEvents, int TimeoutMs, DEVICE_JOB** Slot);
     int RunBatch();
     void CheckHandleHalt();
     void CheckHandleNotifications();
@@ -227,6 +229,8 @@ private:
     std::atomic<U64> m_PendingReset{MAILBOX_EMPTY};
     std::atomic<U64> m_PendingBPCondition{MAILBOX_EMPTY};
     QRecursiveMutex m_DeviceMutex;
+    std::mutex m_DoneLock; // wakes a waiter as soon as a job has run
+    std::condition_variable m_JobDone;
     std::mutex m_WakeLock;
     std::condition_variable m_WakeUp;
     bool m_WakeFlag = false;

@@ -592,8 +592,11 @@ void DispatchDeviceEvent(const DEVICE_EVENT& Event) {
     }
 }
 
-int DeliverDeviceEvents(int Max, U64 StopAfterJobId) {
+int DeliverDeviceEvents(int Max, U64 StopAfterJobId, bool* Found) {
     int Delivered = 0;
+    if (Found) {
+        *Found = false;
+    }
     while (Delivered < Max) {
         const DEVICE_EVENT Event = PopDeviceEvent();
         if (Event.Kind == DE_NONE) {
@@ -607,6 +610,9 @@ int DeliverDeviceEvents(int Max, U64 StopAfterJobId) {
         DispatchDeviceEvent(Event);
         ++Delivered;
         if (Last) {
+            if (Found) {
+                *Found = true;
+            }
             break;
         }
     }

@@ -224,8 +224,9 @@ int PushDeviceEvent(U32 Kind, U64 A, U64 B);
 DEVICE_EVENT PopDeviceEvent();
 /// Delivers one event to the listeners; a job event also releases the job.
 void DispatchDeviceEvent(const DEVICE_EVENT& Event);
-/// Pops and delivers up to Max events; stops after the job event with the given Id if it is not 0.
-int DeliverDeviceEvents(int Max, U64 StopAfterJobId = 0);
+/// Pops and delivers up to Max events; stops after the job event whose Id plus one is StopAfter (if not
+/// 0), and tells through Found whether it came.
+int DeliverDeviceEvents(int Max, U64 StopAfter = 0, bool* Found = nullptr);
 /// Zeroes the ring's indices and counters (start-up).
 void ResetRing();
 U64 PushedCount();

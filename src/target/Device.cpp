@@ -100,6 +100,8 @@ int CDevice::ScheduleJob(DEVICE_JOB* Job) {
             std::memcpy(Slot->BufSize, Job->BufSize, sizeof(Slot->BufSize));
             IdOf(Slot).store(m_JobCounter.fetch_add(1), std::memory_order_relaxed);
             FlagsOf(Slot).store(JOB_FLAG_PENDING, std::memory_order_relaxed);
+            m_LastIdOfKind[Type] = IdOf(Slot).load(std::memory_order_relaxed);
+            m_LastSlotOfKind[Type] = Slot;
             TypeOf(Slot).store(Type, std::memory_order_release);
             m_LastScheduledKind = Type;
             // The buffers belong to the slot now.
@@ -291,24 +293,50 @@ I64 CDevice::WaitForJobSlot(U32 Kind, bool ProcessEvents, int TimeoutMs, DEVICE_
 }
 
 I64 CDevice::WaitForJobEvent(U32 Kind, bool ProcessEvents) {
-    DEVICE_JOB* Slot = nullptr;
-    const I64 Result = WaitForJobSlot(Kind, ProcessEvents, -1, &Slot);
-    if (Result <= 0) {
-        return Result;
+    if (Kind >= JT_LAST) {
+        return 0;
     }
-    // The job has run; its event follows a moment later. Deliver until it came, or until the slot shows
-    // that the job raised none (released, or holding another job by now).
-    const U64 Id = static_cast<U64>(Result - 1);
+    DEVICE_JOB* Slot = m_LastSlotOfKind[Kind].load();
+    const U64 Id = m_LastIdOfKind[Kind].load();
+    if (!Slot) {
+        return 0;
+    }
+    const auto Held = [&]() {
+        return LoadType(Slot) == Kind && IdOf(Slot).load(std::memory_order_acquire) == Id;
+    };
+    if (!Held()) {
+        // Run and delivered already.
+        return static_cast<I64>(Id) + 1;
+    }
+    const int Limit = Jobs::DefaultWaitMs(Kind);
     QElapsedTimer Clock;
     Clock.start();
+    while (Held() && (LoadFlags(Slot) & JOB_FLAG_PENDING)) {
+        if (!isRunning() || StopRequested.load()) {
+            return -1;
+        }
+        if (Clock.elapsed() > Limit) {
+            LogWarnMsg(
+                QStringLiteral("Timeout while waiting for Job %1").arg(QLatin1String(Jobs::JobName(Kind))));
+            return -1;
+        }
+        if (ProcessEvents) {
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+            std::this_thread::yield();
+        } else {
+            std::unique_lock<std::mutex> Lock(m_DoneLock);
+            m_JobDone.wait_for(Lock, std::chrono::milliseconds(1),
+                               [&]() { return !Held() || !(LoadFlags(Slot) & JOB_FLAG_PENDING); });
+        }
+    }
+    // The job has run; its event follows a moment later. Deliver until it came, or until the slot shows
+    // that the job raised none.
+    const I64 Result = static_cast<I64>(Id) + 1;
+    Clock.restart();
     for (;;) {
         bool Found = false;
         DeviceEvents::DeliverDeviceEvents(100, static_cast<U64>(Result), &Found);
-        if (Found || !isRunning()) {
-            break;
-        }
-        const bool Held = LoadType(Slot) != 0 && IdOf(Slot).load(std::memory_order_acquire) == Id;
-        if (!Held || Clock.elapsed() > 1000) {
+        if (Found || !Held() || !isRunning() || Clock.elapsed() > 1000) {
             break;
         }
         std::this_thread::yield();

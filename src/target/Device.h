@@ -46,7 +46,9 @@ public:
     /// Waits until the oldest pending job of a kind has run: its Id (plus one, so that the first job's Id 0
     /// cannot be taken for "none pending"), 0 when none was pending, -1 on a time-out or a stopped thread.
     I64 WaitForJob(U32 Kind, bool ProcessEvents, int TimeoutMs = -1);
-    /// WaitForJob, then delivers device events on this thread up to the job's own.
+    /// Waits for the job of a kind that was scheduled last (also when it has run already), then delivers
+    /// device events on this thread up to the job's own. The job's Id plus one, 0 if none was scheduled,
+    /// -1 on a time-out.
     I64 WaitForJobEvent(U32 Kind, bool ProcessEvents);
     /// Ring position of the first pending job of a kind, and its ring through Queue; -1 if none.
     int FindJob(U32 Kind, U32* Queue = nullptr) const;
@@ -224,6 +226,8 @@ private:
     std::mutex m_ScheduleLock;
     std::atomic<U64> m_JobCounter{0};
     std::atomic<U32> m_LastScheduledKind{0};
+    std::atomic<DEVICE_JOB*> m_LastSlotOfKind[JT_LAST] = {};
+    std::atomic<U64> m_LastIdOfKind[JT_LAST] = {};
     std::atomic<U8> m_Suppressed[JT_LAST] = {};
     std::atomic<U64> m_PendingConnect{MAILBOX_EMPTY};
     std::atomic<U64> m_PendingReset{MAILBOX_EMPTY};

@@ -1,10 +1,13 @@
 #include "app/ExecRunner.h"
 
 #include "app/MainWindow.h"
+#include "app/core/CommandTable.h"
 #include "app/core/Log.h"
 #include "script/Project.h"
+#include "script/TApiWaits.h"
 #include "views/ConsoleWindow.h"
 
+#include <QRegularExpression>
 #include <QTimer>
 
 namespace {
@@ -42,7 +45,14 @@ void CExecRunner::RunNext() {
         return;
     }
     if (m_Next < m_Lines.size()) {
-        m_Window->GetConsole()->OnCommandEntered(m_Lines[m_Next++]);
+        const QString Line = m_Lines[m_Next++];
+        m_Window->GetConsole()->OnCommandEntered(Line);
+        // Like a script's line, a line that set the target to work waits for it before the next runs.
+        static const QRegularExpression s_NameEnd(QStringLiteral("[\\s(]"));
+        const I32 Id = Commands::FindCommand(Line.trimmed().section(s_NameEnd, 0, 0));
+        if (Id >= 0 && Commands::IsCommandEnabled(static_cast<U32>(Id))) {
+            TapiWaits::WaitAfterCommand(static_cast<U32>(Id), nullptr, 0);
+        }
         QTimer::singleShot(0, this, &CExecRunner::RunNext);
         return;
     }

@@ -168,6 +168,16 @@ void CMainWindow::CreateTimers() {
     m_TabBarUpdateTimer->setInterval(200);
     connect(m_TabBarUpdateTimer, &QTimer::timeout, this, &CMainWindow::OnTabBarUpdateTimerTimeout);
 
+    m_PeriodicUpdateTimer = new QTimer(this);
+    m_PeriodicUpdateTimer->setInterval(200);
+    connect(m_PeriodicUpdateTimer, &QTimer::timeout, this, &CMainWindow::OnPeriodicUpdateTimerTimeout);
+    m_PeriodicUpdateTimer->start();
+
+    m_MessageBoxTimer = new QTimer(this);
+    m_MessageBoxTimer->setSingleShot(true);
+    m_MessageBoxTimer->setInterval(100);
+    connect(m_MessageBoxTimer, &QTimer::timeout, this, &CMainWindow::OnMessageBoxTimerTimeout);
+
     m_WindowShownTimer = new QTimer(this);
     m_WindowShownTimer->setSingleShot(true);
     m_WindowShownTimer->setInterval(10);
@@ -261,6 +271,12 @@ QToolBar* CMainWindow::FindToolBar(const QString& Name) const {
 void CMainWindow::UpdateTitle() {
     const CProject* Project = CProject::Instance();
     const QString Path = Project->GetPath();
+    // During a session the title names the program under debug.
+    if (CDevice::Exists() && CDevice::Instance()->Connected.load() && !m_ProgramPath.isEmpty() &&
+        Project->IsLoaded() && !Path.isEmpty()) {
+        setWindowTitle(Version::GetAppName() + QStringLiteral(" - ") + QFileInfo(m_ProgramPath).fileName());
+        return;
+    }
     if (!Project->IsLoaded() || Path.isEmpty()) {
         setWindowTitle(Version::GetAppName() + QStringLiteral(" - New Project"));
         return;
@@ -438,6 +454,13 @@ void CMainWindow::changeEvent(QEvent* Event) {
 }
 
 void CMainWindow::closeEvent(QCloseEvent* Event) {
+    // A session ends first; its end closes the window again. A second close while that runs goes on.
+    if (!m_Closing && m_PendingAction != 3 && CDevice::Instance()->Connected.load()) {
+        m_PendingAction = 3;
+        Disconnect();
+        Event->ignore();
+        return;
+    }
     if (!m_Closing && AskSaveProjectChanges() == 2) {
         Event->ignore();
         return;

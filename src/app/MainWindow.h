@@ -79,6 +79,10 @@ signals:
     void UserPreferenceEdited(int Id, I64 Value);
     /// Emitted once the start-up decision has been taken and the command line applied.
     void StartupDone();
+    /// A program file was read; a download of a file begins; a file was downloaded.
+    void DataFileOpened(const QString& Path);
+    void DataFileAboutToDownload(const QString& Path);
+    void DataFileDownloaded(const QString& Path);
 
 public slots:
     void OnWindowShown();
@@ -189,6 +193,52 @@ public slots:
     void OnDeviceEndProgress() override;
     void OnDeviceSetProgressValue(int Value) override;
 
+    // The debug session (MainWindowSession*.cpp).
+    void OnDeviceConnectDone(CONNECT_MODES Mode) override;
+    void OnDeviceConnectFailed(CONNECT_MODES Mode) override;
+    void OnDeviceResetDone(U32 PC, RESET_MODES Mode) override;
+    void OnDeviceResetFailed(U32 PC, RESET_MODES Mode) override;
+    void OnDeviceDisconnectDone() override;
+    void OnDeviceDisconnectFailed() override;
+    void OnDeviceConnectionLost() override;
+    void OnDeviceEndDownloadDone(const char* File, DOWNLOAD_MODES Mode) override;
+    void OnDeviceEndDownloadFailed(const char* File, DOWNLOAD_MODES Mode, int Error) override;
+    void OnActionDebugConnectTriggered();
+    void OnActionDebugDisconnectTriggered();
+    void OnActionDebugStopTriggered();
+    void OnActionDebugDownloadTriggered();
+    void OnActionDebugResetTriggered();
+    void OnActionExecConnectTriggered();
+    void OnActionExecResetTriggered();
+    void OnActionExecDownloadTriggered();
+    void OnActionExecCommandTriggered();
+    void OnActionTargetSaveMemoryTriggered();
+    void OnActionTargetLoadMemoryTriggered();
+    void OnActionTargetPowerOnTriggered();
+    void OnPeriodicUpdateTimerTimeout();
+    void OnMessageBoxTimerTimeout();
+
+public:
+    // Steps of the debug session, in the order the session controller runs them. GUI thread.
+    void Connect(U32 Mode);
+    void Disconnect();
+    void Reset(U32 Mode);
+    /// Writes a file to the target: the program with the project's handlers, a data file, or a file
+    /// chosen at the start without handlers (DOWNLOAD_MODES). LoadAddress -1 keeps the file's addresses.
+    void DownloadProgram(const QString& File, DOWNLOAD_MODES Mode, I64 LoadAddress = -1);
+    /// Schedules the writes of a file and the end of its download; the answer comes as a device event.
+    void DownloadFile(const QString& File, const char* Zone, DOWNLOAD_MODES Mode, I64 LoadAddress = -1);
+    void OnDownloadFailed(U32 Mode, int Error);
+    void OnDownloadDone(U32 Mode);
+    void PerformInitialProgramOperation();
+    /// 0 when the run to the break symbol was started, -1 without a connection or a symbol address.
+    int RunToBreakSymbol();
+    /// The enabled state of the session's actions, the connection field and the title.
+    void UpdateSessionActions();
+    /// "Disconnected", or the device and the interface speed.
+    QString GetConnectionText() const;
+    void ConfigTargetForProgramEndianess();
+
 protected:
     bool eventFilter(QObject* Watched, QEvent* Event) override;
     void closeEvent(QCloseEvent* Event) override;
@@ -259,6 +309,14 @@ private:
     /// Runs Job now, or once no script function runs any more.
     void RunWhenScriptIdle(std::function<void()> Job);
     void CloseProgram();
+    /// Runs a user function of the project if the project defines it; -1 if it doesn't.
+    int ExecUserFunctionIfPresent(int Id);
+    void SetControllerBusy(bool Busy);
+    /// The address of VAR_BREAK_AT_THIS_SYMBOL in the program, into BREAK_SYMBOL_ADDR.
+    void EvaluateBreakSymbol();
+    /// The program's blocks for the plug-in's reads of the program image.
+    void PassProgramImageToCore();
+    void StartSession();
 
     QMap<U32, QAction*> m_Actions;
     CConsoleWindow* m_Console = nullptr;
@@ -288,4 +346,14 @@ private:
     QMenu* m_RecentProgramsMenu = nullptr;
     /// The command that is opening a file (File.Open, File.OpenRecent), or -1.
     I32 m_OpenCommand = -1;
+    // The session: what OnDeviceDisconnectDone does next (2 open m_PendingProject, 3 close), the open mode
+    // of the program file, and the timers of the session.
+    I32 m_PendingAction = 0;
+    QString m_PendingProject;
+    I32 m_ProgramLoadMode = 0;
+    U32 m_ProgramOpenFlags = 0;
+    QTimer* m_PeriodicUpdateTimer = nullptr;
+    QTimer* m_MessageBoxTimer = nullptr;
+    /// What the periodic update last saw: connected, halted, plug-in loaded.
+    int m_SeenSessionState = -1;
 };

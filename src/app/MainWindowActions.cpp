@@ -272,6 +272,18 @@ void CMainWindow::ConnectCommands() {
         {128, &CMainWindow::OnActionProjectSetTerminalLogFileTriggered},
         {129, &CMainWindow::OnActionProjectDisableSessionSaveTriggered},
         {130, &CMainWindow::OnActionProjectSetMemZoneRunningTriggered},
+        {31, &CMainWindow::OnActionDebugStopTriggered},
+        {32, &CMainWindow::OnActionDebugConnectTriggered},
+        {33, &CMainWindow::OnActionDebugDisconnectTriggered},
+        {34, &CMainWindow::OnActionDebugDownloadTriggered},
+        {37, &CMainWindow::OnActionDebugResetTriggered},
+        {185, &CMainWindow::OnActionTargetSaveMemoryTriggered},
+        {186, &CMainWindow::OnActionTargetLoadMemoryTriggered},
+        {191, &CMainWindow::OnActionTargetPowerOnTriggered},
+        {192, &CMainWindow::OnActionExecConnectTriggered},
+        {193, &CMainWindow::OnActionExecResetTriggered},
+        {194, &CMainWindow::OnActionExecDownloadTriggered},
+        {195, &CMainWindow::OnActionExecCommandTriggered},
     };
     for (const auto& S : Slots) {
         ConnectAction(Action(S.Id), this, S.Slot);

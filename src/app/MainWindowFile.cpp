@@ -54,7 +54,10 @@ void CMainWindow::OnActionFileOpenTriggered() {
     // What goes wrong while a project opens is this command's error.
     const I32 Outer = m_OpenCommand;
     m_OpenCommand = CMD_FILE_OPEN;
+    // A program opened during a session may go to the target, if the user wants it.
+    m_ProgramOpenFlags |= 1;
     OpenFile(Path);
+    m_ProgramOpenFlags &= ~1u;
     m_OpenCommand = Outer;
 }
 

@@ -13,6 +13,8 @@
 #include "program/FileKinds.h"
 #include "program/FileWorker.h"
 #include "script/Project.h"
+#include "target/Device.h"
+#include "views/MessageBox.h"
 
 #include <QApplication>
 #include <QEventLoop>
@@ -47,6 +49,7 @@ void CMainWindow::CloseProgram() {
     }
     m_ProgramPath.clear();
     Paths::SetProgramFile(QString());
+    PassProgramImageToCore();
     UpdateTitle();
 }
 
@@ -144,13 +147,41 @@ void CMainWindow::OnProgramLoaderFinished(const QString& Path, int Result) {
 }
 
 void CMainWindow::OnDataFileOpened(const QString& Path) {
+    const QString Former = m_ProgramPath;
     if (!Path.isEmpty()) {
+        ConfigTargetForProgramEndianess();
+        emit DataFileOpened(Path);
         StoreProgramData(Path);
         LogInfoMsg(QStringLiteral("File.Open: completed in %1 ms").arg(m_LoadTime.elapsed()));
     } else {
         m_ProgramPath.clear();
     }
-    m_StatusBar->SetStatusMessage(QStringLiteral("Ready"));
+    PassProgramImageToCore();
+    EvaluateBreakSymbol();
+    UpdateSessionActions();
+    CDevice* D = CDevice::Instance();
+    const bool Elf = !Path.isEmpty() && TFile::HasElfMagic(Path);
+    if (!D->Connected.load()) {
+        m_StatusBar->SetStatusMessage(QStringLiteral("Ready"));
+    } else if (m_ProgramLoadMode != 1 && D->SessionActive.load() && Elf) {
+        if ((m_ProgramOpenFlags & 2) && Path == Former) {
+            Reset(RM_RESET_DOWNLOAD);
+        } else if (m_ProgramOpenFlags & 1) {
+            if (m_WaitCursor) {
+                QApplication::restoreOverrideCursor();
+                m_WaitCursor = false;
+            }
+            if (MessageBox::Ask(this, QStringLiteral("Download"),
+                                QStringLiteral("Program file opened. Download to target?"),
+                                QMessageBox::Yes | QMessageBox::No, QMessageBox::No) == QMessageBox::Yes) {
+                Reset(RM_RESET_DOWNLOAD);
+            }
+        }
+    } else if (m_ProgramLoadMode == 1 && !Path.isEmpty()) {
+        DownloadProgram(Path, DOWNLOAD_DATA_FILE);
+    }
+    m_ProgramLoadMode = 0;
+    m_ProgramOpenFlags = 0;
     if (m_WaitCursor) {
         QApplication::restoreOverrideCursor();
         m_WaitCursor = false;

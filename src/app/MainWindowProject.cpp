@@ -3,6 +3,7 @@
 
 #include "app/MainWindow.h"
 
+#include "analysis/CoreBinding.h"
 #include "analysis/CorePluginLoader.h"
 #include "app/WarningsDialog.h"
 #include "app/core/Automation.h"
@@ -14,6 +15,7 @@
 #include "script/Project.h"
 #include "script/ProjectText.h"
 #include "script/TScript.h"
+#include "target/Device.h"
 #include "target/DeviceConfig.h"
 #include "views/ConsoleWindow.h"
 #include "views/DockWindow.h"
@@ -63,6 +65,17 @@ bool CMainWindow::OpenProject(const QString& Path) {
             Commands::SetCommandError(static_cast<U32>(m_OpenCommand), QStringLiteral("file not found"));
         }
         return false;
+    }
+    if (CDevice::Instance()->Connected.load()) {
+        // The session ends first; the end of the disconnection opens the project.
+        if (MessageBox::Ask(this, QStringLiteral("Stop Debugging"), QStringLiteral("Close this Session?"),
+                            QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes) != QMessageBox::Yes) {
+            return false;
+        }
+        m_PendingProject = Path;
+        m_PendingAction = 2;
+        Disconnect();
+        return true;
     }
     if (AskSaveProjectChanges() == 2) {
         return false;
@@ -121,9 +134,10 @@ void CMainWindow::OnProjectFileClosed(const QString& Path) {
     for (CWindow* W : m_DebugWindows) {
         W->OnProjectFileClosed(Path);
     }
-    // What the project configured ends with it.
+    // What the project configured ends with it, the core plug-in of its device included.
     GetDeviceConfig().Reset();
     CorePluginLoader::SetProjectPath(QString());
+    CoreBinding::Unload();
     const SYSVAR_INFO* Flags = SysVars::GetVarRow(PREF_SESSION_SAVE_FLAGS);
     SysVars::SetVarValue(Flags, SysVars::GetVarStored(Flags), false);
     UpdateTitle();

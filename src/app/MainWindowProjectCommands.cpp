@@ -4,7 +4,9 @@
 
 #include "app/MainWindow.h"
 
+#include "analysis/CoreBinding.h"
 #include "analysis/CorePluginLoader.h"
+#include "app/core/Automation.h"
 #include "app/core/CommandTable.h"
 #include "app/core/Log.h"
 #include "app/core/Numbers.h"
@@ -17,6 +19,8 @@
 #include "script/TScript.h"
 #include "target/DeviceConfig.h"
 #include "views/ConsoleWindow.h"
+#include "views/DeviceSelectionDialog.h"
+#include "views/MessageBox.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -142,14 +146,27 @@ void CMainWindow::OnActionProjectSetDeviceTriggered() {
         return;
     }
     const QStringList Args = Commands::GetCommandArgs(CMD_SET_DEVICE);
-    const QString Name = Args.isEmpty() ? QString() : Args.first().trimmed();
+    QString Name = Args.isEmpty() ? QString() : Args.first().trimmed();
+    CDeviceConfig& Config = GetDeviceConfig();
     if (Name.isEmpty()) {
-        // Choosing from the device list needs the probe library's table.
-        Commands::SetCommandError(CMD_SET_DEVICE, QStringLiteral("invalid parameter"));
-        return;
+        // No name: the user chooses from the probe library's device table.
+        CDeviceSelectionDialog Dialog(this);
+        Dialog.SetDevice(Config.GetText(DEVICE_NAME), Config.GetParam(ENDIAN), Config.GetParam(CORE_INDEX));
+        if (MessageBox::Exec(&Dialog, QDialog::Rejected) != QDialog::Accepted) {
+            Commands::SetCommandDone(CMD_SET_DEVICE);
+            return;
+        }
+        Name = Dialog.GetDeviceName();
+        Config.SetParam(ENDIAN, Dialog.GetEndian());
+        Config.SetParam(CORE_INDEX, Dialog.GetCoreIndex());
+        CProject::Instance()->SetModified(true);
     }
-    // The look-up of the device's index is the device configuration's own (installed with the probe).
-    GetDeviceConfig().SetText(DEVICE_NAME, Name.toUtf8().constData());
+    // The record finds the device's index in the library's table; its core chooses the core plug-in,
+    // which may ask for the plug-in's file when a person opens the project.
+    Config.SetText(DEVICE_NAME, Name.toUtf8().constData());
+    const bool AllowDialog = !Automation::IsActive() && !CProject::Instance()->IsFromCmdLine();
+    CoreBinding::LoadForConfiguredDevice(AllowDialog);
+    UpdateSessionActions();
 }
 
 void CMainWindow::OnActionProjectSetTarvoScriptTriggered() {
@@ -440,9 +457,15 @@ void CMainWindow::OnActionProjectSetCorePluginTriggered() {
         Commands::SetCommandError(CMD_SET_CORE_PLUGIN, QStringLiteral("file not found"));
         return;
     }
-    // The loader takes this file for the device's core once the device is known.
+    // The loader takes this file for the device's core once the device is known; a known device gets
+    // it at once if the file changed or no plug-in is loaded.
+    const bool Changed = CorePluginLoader::GetProjectPath() != Path;
     CProject::Instance()->SetCorePluginPath(Path);
     CorePluginLoader::SetProjectPath(Path);
+    if (GetDeviceConfig().GetParam(DEVICE_INDEX) > 0 && (Changed || !CorePluginLoader::IsLoaded())) {
+        CoreBinding::LoadForConfiguredDevice(false);
+        UpdateSessionActions();
+    }
 }
 
 void CMainWindow::OnActionProjectSetBPTypeTriggered() {

@@ -209,6 +209,7 @@ void CMainWindow::UpdateProjectActions() {
     Commands::SetCommandEnabled(CMD_FILE_SAVE_PROJECT_AS, Project->IsLoaded());
     Commands::SetCommandEnabled(CMD_FILE_SAVE_ALL, Project->IsLoaded() && Project->IsModified());
     UpdateRecentMenus();
+    UpdateSessionActions();
 }
 
 void CMainWindow::OnActionFileNewProjectTriggered() {

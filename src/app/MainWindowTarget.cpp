@@ -3,6 +3,7 @@
 
 #include "app/MainWindow.h"
 
+#include "analysis/CoreBinding.h"
 #include "app/StatusBar.h"
 #include "app/core/CommandTable.h"
 #include "app/core/Log.h"
@@ -143,6 +144,7 @@ QString Hex(U64 Value, int Digits) {
 void CMainWindow::ConnectDevice() {
     CDevice::Instance();
     InstallDeviceScriptWaits();
+    CoreBinding::InstallServices();
     SysVars::SetDeviceConfigAccess(DeviceConfigValue, SetDeviceConfigValue);
 }
 

@@ -1,6 +1,8 @@
 #include "target/Device.h"
 
 #include "app/core/Log.h"
+#include "probe/Tarvo.h"
+#include "target/DeviceConfig.h"
 #include "target/DeviceEvents.h"
 
 #include <QCoreApplication>
@@ -51,6 +53,32 @@ CDevice::CDevice() {
     for (auto& R : m_Rings) {
         std::memset(static_cast<void*>(R.Slots), 0, sizeof(R.Slots));
     }
+    HookConfiguration();
+}
+
+namespace {
+
+/// Every change of the configuration is told to the listeners; a new device also renews what the
+/// device knows of it. Runs on the thread that made the change.
+void OnConfigChanged(int Param, I32 Value) {
+    if (Param == DEVICE_INDEX && CDevice::Exists()) {
+        CDevice::Instance()->OnDeviceIndexChanged();
+    }
+    DeviceEvents::PostConfigParamChanged(Param, Value);
+}
+
+/// Device names resolve through the library's table; 0 is its placeholder and counts as unknown.
+int LookupDeviceIndex(const char* Name) {
+    const int Index = TARVOARM_DEVICE_GetIndex(Name);
+    return Index > 0 ? Index : -1;
+}
+
+} // namespace
+
+void CDevice::HookConfiguration() {
+    CDeviceConfig& Config = GetDeviceConfig();
+    Config.SetDeviceIndexLookup(&LookupDeviceIndex);
+    Config.SetChangeListener(&OnConfigChanged);
 }
 
 CDevice::~CDevice() = default;
@@ -396,6 +424,10 @@ void CDevice::PostJobEvent(U32 Kind, U32 Status, U64 Param0, U64 Result0, U64 Re
 void CDevice::run() {
     m_ThreadId = QThread::currentThreadId();
     setPriority(QThread::LowestPriority);
+    {
+        QMutexLocker Lock(&m_DeviceMutex);
+        ReadLibraryFacts();
+    }
     while (!StopRequested.load()) {
         int Ran = 0;
         {
@@ -422,7 +454,8 @@ void CDevice::run() {
     for (U32 Q = 0; Q < 3; ++Q) {
         for (U32 Pos = 0; Pos < RING_SIZE; ++Pos) {
             DEVICE_JOB* Slot = RingSlot(Q, Pos);
-            if (LoadType(Slot) != 0 && (LoadFlags(Slot) & JOB_FLAG_PENDING)) {
+            // Canceled jobs the thread never reached are released too; a job that ran waits for its event.
+            if (LoadType(Slot) != 0 && !(LoadFlags(Slot) & JOB_FLAG_RAN)) {
                 ReleaseSlot(Slot);
             }
         }
@@ -451,6 +484,7 @@ int CDevice::RunBatch() {
     for (int Pass = 0; Pass < BATCH_JOBS; ++Pass) {
         CheckHandleNotifications();
         CheckHandleHalt();
+        CheckConnection();
         // A job's event must find room: while the GUI side has not taken enough, jobs wait in their rings
         // rather than lose their events.
         if (DeviceEvents::FreeCount() < EVENT_RESERVE) {
@@ -485,6 +519,15 @@ void CDevice::CheckHandleNotifications() {
 }
 
 void CDevice::RunJob(DEVICE_JOB* Job) {
+    if (!(LoadFlags(Job) & JOB_FLAG_PENDING) && LoadType(Job) == JT_END_DOWNLOAD && IsJobValid(Job)) {
+        // A download ends in an event even when its end was canceled (the connection broke): the flow
+        // that waits for it must end.
+        ForgetDownload();
+        m_LastDownloadError = -1;
+        Job->Result[0] = static_cast<U64>(-1ll);
+        FinishJob(Job, -1);
+        return;
+    }
     if (!(LoadFlags(Job) & JOB_FLAG_PENDING) || !IsJobValid(Job)) {
         // Canceled, or missing a parameter it needs: released without an event.
         ReleaseSlot(Job);

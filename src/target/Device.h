@@ -2,14 +2,18 @@
 
 #include "app/core/Types.h"
 #include "probe/CorePluginAPI.h"
+#include "program/DataBlock.h"
 #include "target/DeviceTypes.h"
 
 #include <QRecursiveMutex>
+#include <QString>
+#include <QStringList>
 #include <QThread>
 
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <vector>
 
 struct ELF_SYM_LOC;
 
@@ -18,6 +22,33 @@ enum MEM_ACCESS_FLAGS : U32 {
     MEM_ACCESS_ITEM_RETRY = 8,
     MEM_ACCESS_HALT = 16,
     MEM_ACCESS_FLASH = 32,
+    /// The writes belong to a download that the next JT_END_DOWNLOAD closes: they open the probe's
+    /// download, and what they wrote is checked at its end.
+    MEM_ACCESS_DOWNLOAD = 64,
+};
+
+/// What the device knows of the probe library, the probe and the chosen device. A copy, taken under a
+/// lock: any thread.
+struct DEVICE_FACTS {
+    U32 LibraryVersion = 0;
+    QString LibraryPath;
+    U32 SerialNo = 0;
+    int DeviceCount = 0;
+    QString Firmware; ///< cut before the word "compiled"
+    QString WebServerURL;
+    QString DeviceName;
+    U32 Core = 0;       ///< the device's core identifier, 0 if none
+    U32 CoreFamily = 0; ///< its top byte
+    QString CoreName;
+    U32 RamAddr = 0;
+    U32 RamSize = 0;
+    U32 FlashAddr = 0;
+    U32 FlashSize = 0;
+    U32 TIFSpeedHz = 0; ///< the interface speed in force: Hz, or 0 (maximum) or 65535 (adaptive)
+    U32 DataEndian = 0;
+    U32 InstEndian = 0;
+    QStringList Zones;
+    std::vector<U32> SupportedCores;
 };
 
 /// The one object that talks to the target: a thread that runs the jobs of three rings in order. Any
@@ -72,6 +103,9 @@ public:
     void SetPendingConnect(U64 Mode);
     void SetPendingReset(U64 Mode);
     void SetPendingBPCondition(U64 AddressAndVerdict);
+
+    // Scheduling forms of this layer's own.
+    int ScheduleGetDeviceInfo(const char* Name);
 
     /// Held by the device thread during a batch; others take it to keep a batch from running.
     QRecursiveMutex& Mutex() { return m_DeviceMutex; }
@@ -155,6 +189,68 @@ public:
     /// Sends a command to the probe library: 0, or the library's result with the answer as error text.
     int ExecTarvoCmd(const char* Command, int AnswerSize, char* Answer, bool LogSuccess);
 
+    // Connection (device thread; DeviceConnect.cpp) -------------------------------------------------------
+    /// Chooses the probe's link by HOST_IF: 0, or -1 with the warning.
+    int SelectHostIF();
+    /// Opens the library, configures the probe and connects to the target: 0, or -1 with the library
+    /// closed again.
+    int ConnectSimple();
+    /// The connection job: CM_SILENT opens the connection alone; any other mode closes a standing one
+    /// first and finishes the connection in that mode.
+    int Connect(U32 Mode);
+    /// Stops the channels, clears the probe's breakpoints (unless the connection is gone) and closes.
+    int Disconnect();
+    /// Resets the target; RM_HARDWARE resets alone and leaves the execution state as it was.
+    int Reset(U32 Mode);
+    int ResetHardware();
+    /// True on failure.
+    bool TurnOnTargetPower();
+    void TurnOffTargetPower();
+    int ExecTarvoScript(const char* Path);
+    /// Keeps the library from asking for a device of its own.
+    void SetSuppressDeviceSelectionDialog(bool Suppress);
+    /// The state of no connection.
+    void ResetState();
+
+    // What the device knows (DeviceInfo.cpp) ------------------------------------------------------------
+    /// Reads the chosen device's entry of the library's table: 0, or -1 for no device.
+    int UpdateDeviceInfo();
+    void UpdateMemZones();
+    void UpdateTIFSpeed();
+    void UpdateEndianess();
+    void ApplyDataEndianess(int BigEndian);
+    void UpdateHWCapabilityFlags();
+    void ResetHWCapabilityFlags();
+    void UpdateTarvoWebserverURL();
+    void UpdateTarvoFuncPtrs();
+    /// Collects the core identifiers of all devices of the table: their number, or -1 when the list is full.
+    int UpdateSupportedCoresList();
+    DEVICE_FACTS GetFacts() const;
+    /// The device index changed: the entry, the optional functions, the zones and the capabilities anew.
+    void OnDeviceIndexChanged();
+
+    // Download (DeviceDownload.cpp) ----------------------------------------------------------------------
+    /// Opens the probe's download: -1 when not connected.
+    int BeginDownload();
+    /// Ends the probe's download, which programs and checks what was written since it began: 0, or the
+    /// negative code of the library's table (-1 unspecified, -2 compare, -3 program/erase, -4 verify).
+    int EndDownload(bool HaltAround = true);
+    /// The unit of a download's writes at an interface speed in Hz; 0 for no limit.
+    static U32 DownloadChunkSize(U32 SpeedHz);
+    /// The text of an EndDownload code.
+    static const char* DownloadErrorText(int Code);
+    /// Schedules the writes of the blocks and the end of the download, in that order. 0, or -1 when a
+    /// job could not be scheduled.
+    int ScheduleDownload(const ELF_DATA_BLOCKS& Blocks, const QString& File, DOWNLOAD_MODES Mode,
+                         const char* Zone = nullptr);
+    int ScheduleEndDownload(const QString& File, DOWNLOAD_MODES Mode, bool HaltAround = false);
+    /// Breakpoints in flash leave the probe for the time of a download and come back after it; the pair
+    /// counts how often it ran, for the breakpoint engine that fills them in.
+    void ClearBreakpointsBeforeFlashDL();
+    void RestoreBreakpointsAfterFlashDL();
+    int FlashBreakpointRestores() const { return m_FlashBPRestores.load(); }
+    I32 LastDownloadError() const { return m_LastDownloadError.load(); }
+
     /// The core plug-in's record and static facts, set by its loader under the device mutex.
     void SetCorePlugin(const CORE_PLUGIN_API* Api, const CORE_INFO* Info);
     const CORE_PLUGIN_API* CorePlugin() const { return m_CoreApi.load(); }
@@ -178,6 +274,12 @@ public:
     std::atomic<U8> MCTStarted{0};
     std::atomic<U8> HSSStarted{0};
     std::atomic<U8> PowerTraceStarted{0};
+    /// Set by the session controller while its sequence of connect, reset and download runs, so that a
+    /// waiting script knows the device isn't idle between two of its jobs.
+    std::atomic<U8> ControllerBusy{0};
+    /// The connect and reset modes in force (RESET_MODES of the last reset).
+    std::atomic<U32> ConnectMode{CM_DOWNLOAD_RESET};
+    std::atomic<U32> ResetMode{RM_RESET_HALT};
     /// Capability bytes: 0 background memory access (0 none, 1 yes, 2 emulated), 1 SWO, 2 streaming trace,
     /// 3 trace pins, 4 trace buffer, 5 SWO trace.
     std::atomic<U8> Capabilities[6] = {1, 1, 1, 1, 1, 1};
@@ -205,7 +307,21 @@ private:
     I64 WaitForJobSlot(U32 Kind, bool ProcessEvents, int TimeoutMs, DEVICE_JOB** Slot);
     int RunBatch();
     void CheckHandleHalt();
+    /// While connected and halted, the library is asked at least every 500 ms, so that a broken link is
+    /// noticed within a second.
+    void CheckConnection();
     void CheckHandleNotifications();
+    /// Thread start: the library's version, path, devices and optional functions.
+    void ReadLibraryFacts();
+    /// Installs the device's hooks into the configuration record.
+    void HookConfiguration();
+    /// The probe's settings before a connection: device, byte order, core, interface, chain and speed.
+    int ConfigureProbe();
+    /// Keeps the ranges and bytes of a download's writes for the check at its end.
+    void RecordDownloadWrites(U32 RangeCount, const U32* Ranges, U32 DataSize, const U8* Data, U32 Written);
+    /// Reads back what the download wrote: 0, or -4 on a difference.
+    int VerifyDownload();
+    void ForgetDownload();
     void RunJob(DEVICE_JOB* Job);
     bool PrepareJob(DEVICE_JOB* Job);
     I64 ExecuteJob(DEVICE_JOB* Job);
@@ -245,4 +361,19 @@ private:
     U8 m_ScratchStatus[5000] = {};
     std::atomic<qint64> m_LastHaltQuery{-1000};
     bool m_EventsBackedUp = false;
+
+    mutable std::mutex m_FactsLock;
+    DEVICE_FACTS m_Facts;
+    std::atomic<void*> m_FuncEndian{nullptr};  // optional function 12
+    std::atomic<void*> m_FuncBMA{nullptr};     // optional function 10
+    std::atomic<void*> m_FuncWebInfo{nullptr}; // optional function 33
+    std::atomic<I32> m_LastDownloadError{0};
+    std::atomic<int> m_FlashBPRestores{0};
+    // The download in progress (device thread): whether the probe's download is open, the ranges and
+    // bytes written, and whether a write fell short.
+    bool m_DownloadOpen = false;
+    bool m_FlashBPsRemoved = false;
+    bool m_DownloadShort = false;
+    std::vector<U32> m_DownloadRanges;
+    std::vector<U8> m_DownloadData;
 };

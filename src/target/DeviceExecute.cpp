@@ -66,6 +66,29 @@ I64 CDevice::ExecuteJob(DEVICE_JOB* Job) {
         R[0] = static_cast<U64>(static_cast<I64>(Result));
         return Result == 0 ? 0 : -1;
     }
+    case JT_CONNECT:
+        return Connect(static_cast<U32>(P[0]));
+    case JT_DISCONNECT:
+        return Disconnect();
+    case JT_RESET:
+        return Reset(static_cast<U32>(P[0]));
+    case JT_END_DOWNLOAD: {
+        const int Result = EndDownload(P[1] != 0);
+        R[0] = static_cast<U64>(static_cast<I64>(Result));
+        // Every download ends in one event: any negative code is a failure, and the code travels in R0.
+        return Result < 0 ? -1 : 0;
+    }
+    case JT_GET_DEVICE_INFO: {
+        const int Index = TARVOARM_DEVICE_GetIndex(static_cast<const char*>(Job->Buf[0]));
+        TARVO_DEVICE_INFO Entry;
+        std::memset(&Entry, 0, sizeof(Entry));
+        Entry.SizeOfStruct = sizeof(Entry);
+        if (Index < 1 || TARVOARM_DEVICE_GetInfo(Index, &Entry) < 0) {
+            return -1;
+        }
+        R[1] = Entry.Core;
+        return 0;
+    }
     case JT_RESET_TARGET_EXEC_STATE:
         ResetTargetExecState();
         return 0;

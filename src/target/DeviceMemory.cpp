@@ -318,7 +318,12 @@ U32 CDevice::WriteMemMultiple(U32 RangeCount, const U32* Ranges, U32 DataSize, c
     if (Flash) {
         BeginDownloadBracket();
     }
-    const U32 Inner = Flags & ~static_cast<U32>(MEM_ACCESS_FLASH | MEM_ACCESS_HALT);
+    // The writes of a download open the probe's download once; JT_END_DOWNLOAD closes it.
+    const bool Download = Flags & MEM_ACCESS_DOWNLOAD;
+    if (Download && !m_DownloadOpen) {
+        m_DownloadOpen = BeginDownload() == 0;
+    }
+    const U32 Inner = Flags & ~static_cast<U32>(MEM_ACCESS_FLASH | MEM_ACCESS_HALT | MEM_ACCESS_DOWNLOAD);
     U32 Consumed = 0;
     U32 Written = 0;
     for (U32 i = 0; i < RangeCount; ++i) {
@@ -330,6 +335,9 @@ U32 CDevice::WriteMemMultiple(U32 RangeCount, const U32* Ranges, U32 DataSize, c
         }
         Written += WriteMem(Begin, Length, Chunk, Width, Inner, Zone, Data + Consumed);
         Consumed += Length;
+    }
+    if (Download) {
+        RecordDownloadWrites(RangeCount, Ranges, DataSize, Data, Written);
     }
     if (Flash) {
         EndDownloadBracket();
@@ -353,15 +361,9 @@ void CDevice::ResumeAfterMemoryIO() {
 }
 
 void CDevice::BeginDownloadBracket() {
-    if (!Connected.load()) {
-        LogDebugMsg(QStringLiteral("BeginDL: not connected"));
-        return;
-    }
-    TARVOARM_BeginDownload(0);
+    BeginDownload();
 }
 
 void CDevice::EndDownloadBracket() {
-    if (Connected.load()) {
-        TARVOARM_EndDownload();
-    }
+    EndDownload(false);
 }

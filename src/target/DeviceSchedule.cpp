@@ -217,3 +217,14 @@ int CDevice::ScheduleExecTarvoCmd(const char* Command) {
     }
     return ScheduleJob(&Job);
 }
+
+int CDevice::ScheduleGetDeviceInfo(const char* Name) {
+    if (!Name) {
+        return -1;
+    }
+    DEVICE_JOB Job = NewJob(JT_GET_DEVICE_INFO);
+    if (Jobs::SetJobParam(&Job, 0, TextSize(Name), Name) < 0) {
+        return -1;
+    }
+    return ScheduleJob(&Job);
+}

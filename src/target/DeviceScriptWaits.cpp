@@ -35,7 +35,9 @@ public:
         for (;;) {
             U32 Queue = JQ_COMMAND;
             const bool Busy = D->FindJob(JT_ANY, &Queue) >= 0;
-            if ((D->SessionActive.load() && !Busy) || !D->isRunning()) {
+            // The controller's sequence has ended, with a session or without one (a failed connection or
+            // reset), and no job of its is left: nothing more will happen by itself.
+            if ((!Busy && !D->ControllerBusy.load()) || !D->isRunning()) {
                 return 0;
             }
             if (Clock.elapsed() > 120000) {

@@ -25,6 +25,8 @@ QElapsedTimer& QueryClock() {
 }
 
 constexpr qint64 HALT_QUERY_INTERVAL_MS = 50;
+/// While halted, the link is checked this often.
+constexpr qint64 CONNECTION_CHECK_MS = 500;
 
 } // namespace
 
@@ -129,28 +131,6 @@ void CDevice::ResetTargetExecState() {
     PC = ~0ull;
 }
 
-int CDevice::FinishConnect(U32 Mode) {
-    Connected = 0;
-    ConnectionLost = 0;
-    SrcStepActive = 0;
-    if (!TARVOARM_IsOpen()) {
-        return 0;
-    }
-    Connected = TARVOARM_IsConnected() ? 1 : 0;
-    SessionActive = Mode == CM_ATTACH || Mode == CM_ATTACH_HALT ? 1 : 0;
-    TARVOARM_EnableSoftBPs(1);
-    TARVOARM_SetEndian(GetDeviceConfig().GetParam(ENDIAN));
-    return 0;
-}
-
-int CDevice::FinishReset(U32 Mode) {
-    Halted = 1;
-    HaltDone = 1;
-    ResetSeqDone = Mode == RM_RESET_HALT ? 1 : 0;
-    SetTargetExecState(0, 0);
-    return 0;
-}
-
 void CDevice::OnBPConditionEvaluated(U32 Address, bool Verdict) {
     // A true condition stops at the breakpoint; a false one lets the target go on.
     if (Verdict) {
@@ -165,6 +145,8 @@ void CDevice::OnBPConditionEvaluated(U32 Address, bool Verdict) {
 }
 
 int CDevice::SetConfigParam(int Param, I32 Value) {
+    // The record keeps the speed parameters consistent and, through its listener, refreshes what the
+    // device knows of a new device and tells the listeners.
     if (GetDeviceConfig().SetParam(Param, Value) < 0) {
         return -1;
     }
@@ -173,14 +155,10 @@ int CDevice::SetConfigParam(int Param, I32 Value) {
         TARVOARM_SetSpeed(Speed == TIF_SPEED_MAX || Speed == TIF_SPEED_ADAPTIVE
                               ? static_cast<U32>(Speed)
                               : static_cast<U32>(Speed) / 1000);
+        UpdateTIFSpeed();
     }
-    if (Param == ENDIAN && Connected.load()) {
-        TARVOARM_SetEndian(Value);
-    }
-    if (Param == DEVICE_INDEX) {
-        for (auto& C : Capabilities) {
-            C = 1;
-        }
+    if (Param == ENDIAN) {
+        ApplyDataEndianess(Value);
     }
     return 0;
 }
@@ -191,11 +169,6 @@ int CDevice::SetConfigParam(int Param, const char* Text) {
     }
     if (Param == LOG_FILE) {
         TARVOARM_SetLogFile(Text);
-    }
-    if (Param == DEVICE_NAME) {
-        for (auto& C : Capabilities) {
-            C = 1;
-        }
     }
     return 0;
 }
@@ -228,16 +201,18 @@ int CDevice::ExecTarvoCmd(const char* Command, int AnswerSize, char* Answer, boo
 }
 
 void CDevice::CleanUpAtEnd() {
-    if (Connected.load()) {
-        if (!ConnectionLost.load()) {
-            TARVOARM_ClrBPEx(-1);
-            TARVOARM_ClrDataEvent(-1);
-        }
-        TARVOARM_Close();
+    // The thread ends: the connection closes as a disconnection does.
+    Disconnect();
+    ResetState();
+}
+
+void CDevice::CheckConnection() {
+    if (!Connected.load() || ConnectionLost.load() || WaitForHalt.load()) {
+        return;
     }
-    Connected = 0;
-    Halted = 0;
-    HaltDone = 0;
-    SessionActive = 0;
-    PC = ~0ull;
+    // -2 only says that it is too early to ask again.
+    const int State = PollTargetHaltStatus(CONNECTION_CHECK_MS);
+    if (State < 0 && State != -2) {
+        OnInvalidHaltStatus();
+    }
 }

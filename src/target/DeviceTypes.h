@@ -33,7 +33,11 @@ enum HALT_REASONS : U32 {
 enum RESUME_MODES : U32 { GO_USER = 0, GO_RUN_TO = 1 };
 
 /// What a download writes.
-enum DOWNLOAD_MODES : U32 { DOWNLOAD_PROGRAM = 0, DOWNLOAD_DATA_FILE = 1 };
+enum DOWNLOAD_MODES : U32 {
+    DOWNLOAD_PROGRAM = 0,   ///< the program of the debug session
+    DOWNLOAD_DATA_FILE = 1, ///< a file that the user chose
+    DOWNLOAD_SILENT = 2,    ///< a file chosen at the session's start, without handler and follow-ups
+};
 
 /// Job kinds with their fixed numbers. 0 marks a free slot; 10, 67 and 68 are selectors, no jobs.
 enum JOB_TYPES : U32 {

@@ -305,7 +305,13 @@ bool RemoteBackend::Reset() {
 
 bool RemoteBackend::ResetTarget() {
     std::string Output;
-    const rsp::Reply R = m_Client->Monitor("reset halt", Output, 10000);
+    rsp::Reply R = m_Client->Monitor("reset halt", Output, 10000);
+    if (R.Delivered() && Output.find("nknown command") != std::string::npos) {
+        // QEMU's monitor answers OK to what it doesn't know and says so in text; its own command resets
+        // the machine and leaves it stopped.
+        Output.clear();
+        R = m_Client->Monitor("system_reset", Output, 10000);
+    }
     if (!Output.empty() && m_Sink.Info) {
         m_Sink.Info(Output);
     }

@@ -1,0 +1,297 @@
+// Downloads in the main window: the program with the project's handlers around it, data files, the end of
+// a download, and the Target commands that move memory to and from files.
+
+#include "app/MainWindow.h"
+
+#include "analysis/CoreDebuggerApi.h"
+#include "analysis/CorePluginLoader.h"
+#include "app/StatusBar.h"
+#include "app/core/CommandTable.h"
+#include "app/core/Log.h"
+#include "app/core/Numbers.h"
+#include "app/core/Paths.h"
+#include "app/core/ScriptConstants.h"
+#include "app/core/SysVars.h"
+#include "program/ElfWrapper.h"
+#include "program/FileKinds.h"
+#include "program/FileWorker.h"
+#include "script/TScript.h"
+#include "target/Device.h"
+#include "target/DeviceConfig.h"
+#include "views/MessageBox.h"
+
+#include <QFileInfo>
+
+#include <vector>
+
+namespace {
+
+enum COMMAND_IDS : U32 {
+    CMD_SAVE_MEMORY = 185,
+    CMD_LOAD_MEMORY = 186,
+    CMD_POWER_ON = 191,
+};
+
+enum USER_FUNCTIONS : int {
+    UF_TARGET_DOWNLOAD = 9,
+    UF_BEFORE_TARGET_DOWNLOAD = 10,
+    UF_AFTER_TARGET_DOWNLOAD = 11,
+};
+
+CDevice* Device() {
+    return CDevice::Instance();
+}
+
+bool ParseNumber(const QString& Text, I64& Value) {
+    if (const SCRIPT_CONST* C = ScriptConstants::Lookup(Text)) {
+        Value = C->Value;
+        return true;
+    }
+    return Numbers::ParseInteger(Text, Value);
+}
+
+/// The path of a file argument: macros expanded, relative to the working directory.
+QString FilePath(const QString& Text) {
+    const QString Path = Paths::ExpandPath(Text.trimmed());
+    return Path.isEmpty() ? QString() : QFileInfo(Path).absoluteFilePath();
+}
+
+} // namespace
+
+void CMainWindow::DownloadProgram(const QString& File, DOWNLOAD_MODES Mode, I64 LoadAddress) {
+    if (Mode != DOWNLOAD_PROGRAM && File.isEmpty()) {
+        return;
+    }
+    m_StatusBar->SetStatusMessage(QStringLiteral("Writing Memory..."));
+    emit DataFileAboutToDownload(File);
+    CDevice* D = Device();
+    switch (Mode) {
+    case DOWNLOAD_PROGRAM:
+        ExecUserFunctionIfPresent(UF_BEFORE_TARGET_DOWNLOAD);
+        if (TScript::HasUserFunction(UF_TARGET_DOWNLOAD)) {
+            // The handler writes through Exec.Download; its result is the device's stored error.
+            D->SetEventSuppressed(JT_END_DOWNLOAD, true);
+            ExecUserFunction(UF_TARGET_DOWNLOAD);
+            D->SetEventSuppressed(JT_END_DOWNLOAD, false);
+            if (D->LastDownloadError() < 0) {
+                OnDownloadFailed(DOWNLOAD_PROGRAM, D->LastDownloadError());
+            } else {
+                OnDeviceEndDownloadDone(File.toUtf8().constData(), DOWNLOAD_PROGRAM);
+            }
+        } else if (!File.isEmpty()) {
+            DownloadFile(File, nullptr, DOWNLOAD_PROGRAM, LoadAddress);
+        } else {
+            OnDeviceEndDownloadDone("", DOWNLOAD_PROGRAM);
+        }
+        break;
+    case DOWNLOAD_DATA_FILE:
+        ExecUserFunctionIfPresent(UF_BEFORE_TARGET_DOWNLOAD);
+        DownloadFile(File, nullptr, DOWNLOAD_DATA_FILE, LoadAddress);
+        break;
+    case DOWNLOAD_SILENT:
+        DownloadFile(File, nullptr, DOWNLOAD_SILENT, LoadAddress);
+        break;
+    default:
+        LogErrorMsg(QStringLiteral("Error downloading file content: unknown download mode"));
+        break;
+    }
+}
+
+void CMainWindow::DownloadFile(const QString& File, const char* Zone, DOWNLOAD_MODES Mode, I64 LoadAddress) {
+    CDevice* D = Device();
+    if (!D->Connected.load() || File.isEmpty()) {
+        return;
+    }
+    ELF_DATA_BLOCKS Blocks;
+    {
+        QMutexLocker Lock(&ELF_GetDataMutex());
+        // The program of the session has its blocks prepared; any other file is read for the request.
+        if (LoadAddress < 0 && ELF_IsLoaded() && QFileInfo(ELF_GetProgramPath()) == QFileInfo(File)) {
+            Blocks = ELF_GetProgramBlocks();
+        } else {
+            Blocks = TFile::CFileWorker::Instance()->ReadFile(File, LoadAddress);
+        }
+    }
+    if (Blocks.empty()) {
+        LogErrorMsg(QStringLiteral("The file contains no loadable data: ") + File);
+    }
+    // The writes go first and the end of the download after them; the ring keeps that order. The device
+    // reads back what it wrote at the end, so a program that didn't arrive whole fails the download.
+    if (D->ScheduleDownload(Blocks, File, Mode, Zone) < 0) {
+        OnDownloadFailed(Mode, -1);
+    }
+}
+
+void CMainWindow::OnDeviceEndDownloadDone(const char* File, DOWNLOAD_MODES Mode) {
+    if (File && *File) {
+        m_StatusBar->SetStatusMessage(QStringLiteral("Download Complete."));
+    }
+    OnDownloadDone(Mode);
+}
+
+void CMainWindow::OnDeviceEndDownloadFailed(const char* File, DOWNLOAD_MODES Mode, int Error) {
+    Q_UNUSED(File);
+    OnDownloadFailed(Mode, Error);
+}
+
+void CMainWindow::OnDownloadFailed(U32 Mode, int Error) {
+    if (SysVars::GetVarValue(VAR_VERIFY_DOWNLOAD) != 0) {
+        const QString Text = QString::fromLatin1(CDevice::DownloadErrorText(Error));
+        m_StatusBar->SetStatusMessage(QStringLiteral("Download Failed."));
+        LogErrorMsg(Text);
+        MessageBox::Inform(this, QMessageBox::Warning, QStringLiteral("Download failed"),
+                           QStringLiteral("Parts of the program file could not be written.\n\n") + Text);
+    }
+    OnDownloadDone(Mode);
+}
+
+void CMainWindow::OnDownloadDone(U32 Mode) {
+    if (Mode == DOWNLOAD_SILENT) {
+        UpdateSessionActions();
+        return;
+    }
+    if (TScript::HasUserFunction(UF_AFTER_TARGET_DOWNLOAD)) {
+        ExecUserFunction(UF_AFTER_TARGET_DOWNLOAD);
+    } else {
+        const CORE_PLUGIN_API& Api = CorePluginLoader::GetApi();
+        if (CorePluginLoader::IsLoaded() && Api.AfterTargetReset) {
+            Api.AfterTargetReset();
+        }
+        Device()->SetTargetExecState(0, 0);
+    }
+    emit DataFileDownloaded(m_ProgramPath);
+    if (Mode == DOWNLOAD_PROGRAM) {
+        for (CWindow* W : m_DebugWindows) {
+            W->Repaint();
+        }
+        PerformInitialProgramOperation();
+    } else if (Mode != DOWNLOAD_DATA_FILE) {
+        LogErrorMsg(QStringLiteral("In function OnDownloadDone: unimplemented download mode ") +
+                    QString::number(Mode));
+    }
+    SetControllerBusy(false);
+    UpdateSessionActions();
+}
+
+void CMainWindow::ConfigTargetForProgramEndianess() {
+    int Order = ELF_UNKNOWN_ENDIAN;
+    {
+        QMutexLocker Lock(&ELF_GetDataMutex());
+        Order = ELF_GetEndianess();
+    }
+    if (Order != ELF_LITTLE_ENDIAN && Order != ELF_BIG_ENDIAN) {
+        return;
+    }
+    if (GetDeviceConfig().GetParam(ENDIAN) != Order) {
+        // The record reads back at once; the job tells a connected probe.
+        GetDeviceConfig().SetParam(ENDIAN, Order);
+        Device()->ScheduleSetConfigParam(ENDIAN, Order);
+    }
+}
+
+void CMainWindow::EvaluateBreakSymbol() {
+    const QByteArray Name = SysVars::GetVarString(SysVars::GetVarRow(VAR_BREAK_AT_THIS_SYMBOL)).toUtf8();
+    I32 Address = -1;
+    {
+        QMutexLocker Lock(&ELF_GetDataMutex());
+        if (const ELF_FILE* File = ELF_GetProgramElfFile()) {
+            if (const ELF32_SYM* Sym = ELF_FindSymByName(File, Name.constData())) {
+                Address = static_cast<I32>(ELF_AlignInst(ELF_GetSymValue(File, ELF_GetSymIndex(File, Sym))));
+            }
+        }
+    }
+    GetDeviceConfig().SetParam(BREAK_SYMBOL_ADDR, Address);
+}
+
+void CMainWindow::PassProgramImageToCore() {
+    QVector<CORE_IMAGE_SEGMENT> Segments;
+    {
+        QMutexLocker Lock(&ELF_GetDataMutex());
+        for (const ELF_DATA_BLOCK& B : ELF_GetProgramBlocks()) {
+            Segments.append({B.Address, B.Data});
+        }
+    }
+    CoreDebugger::SetProgramImage(Segments);
+}
+
+// Target commands on files
+// ------------------------------------------------------------------------------------
+
+void CMainWindow::OnActionTargetSaveMemoryTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_SAVE_MEMORY)) {
+        return;
+    }
+    const QStringList Args = Commands::GetCommandArgs(CMD_SAVE_MEMORY);
+    const QString Path = FilePath(Args[0]);
+    U64 Address = 0;
+    I64 Size = 0;
+    if (Path.isEmpty() || !Numbers::ParseHex(Args[1], Address) || Address > 0xFFFFFFFFull ||
+        !ParseNumber(Args[2], Size) || Size <= 0 || static_cast<U64>(Size) > 0x100000000ull - Address) {
+        Commands::SetCommandError(CMD_SAVE_MEMORY, QStringLiteral("invalid parameter"));
+        return;
+    }
+    if (!CheckMemoryAccess(CMD_SAVE_MEMORY)) {
+        return;
+    }
+    std::vector<U8> Data(static_cast<size_t>(Size));
+    std::vector<U8> Status(static_cast<size_t>(Size));
+    if (Device()->ReadMemDirect(static_cast<U32>(Address), nullptr, static_cast<U32>(Size), Data.data(),
+                                Status.data()) < 0) {
+        Commands::SetCommandError(CMD_SAVE_MEMORY, QStringLiteral("could not read target memory"));
+        return;
+    }
+    if (TFile::CFileWorker::Instance()->SaveFile(Path, Data.data(), static_cast<U32>(Size)) < 0) {
+        Commands::SetCommandError(CMD_SAVE_MEMORY, QStringLiteral("could not write file"));
+        return;
+    }
+    Commands::SetCommandResult(CMD_SAVE_MEMORY, Size);
+}
+
+void CMainWindow::OnActionTargetLoadMemoryTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_LOAD_MEMORY)) {
+        return;
+    }
+    const QStringList Args = Commands::GetCommandArgs(CMD_LOAD_MEMORY);
+    const QString Path = FilePath(Args[0]);
+    U64 Address = 0;
+    if (Path.isEmpty() || !Numbers::ParseHex(Args[1], Address) || Address > 0xFFFFFFFFull) {
+        Commands::SetCommandError(CMD_LOAD_MEMORY, QStringLiteral("invalid parameter"));
+        return;
+    }
+    if (!QFileInfo(Path).isFile()) {
+        Commands::SetCommandError(CMD_LOAD_MEMORY, QStringLiteral("file not found"));
+        return;
+    }
+    if (!CheckMemoryAccess(CMD_LOAD_MEMORY)) {
+        return;
+    }
+    ELF_DATA_BLOCKS Blocks;
+    {
+        QMutexLocker Lock(&ELF_GetDataMutex());
+        Blocks = TFile::CFileWorker::Instance()->ReadFile(Path, static_cast<I64>(Address));
+    }
+    if (Blocks.empty()) {
+        Commands::SetCommandError(CMD_LOAD_MEMORY, QStringLiteral("could not read file"));
+        return;
+    }
+    // A memory load is a download without the project's handlers and follow-ups.
+    if (Device()->ScheduleDownload(Blocks, Path, DOWNLOAD_SILENT) < 0) {
+        Commands::SetCommandError(CMD_LOAD_MEMORY, QStringLiteral("could not write target memory"));
+    }
+}
+
+void CMainWindow::OnActionTargetPowerOnTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_POWER_ON)) {
+        return;
+    }
+    const I64 On = ScriptConstants::ParseConstantOrNumber(Commands::GetCommandArgs(CMD_POWER_ON).first());
+    if (On < 0) {
+        Commands::SetCommandError(CMD_POWER_ON, QStringLiteral("invalid parameter"));
+        return;
+    }
+    SysVars::SetVarValue(SysVars::GetVarRow(VAR_TARGET_POWER_ON), On != 0 ? 1 : 0, false);
+    emit SysVarEdited(VAR_TARGET_POWER_ON, On != 0 ? 1 : 0);
+    if (Device()->Connected.load()) {
+        Device()->ScheduleExecTarvoCmd(On != 0 ? "SupplyPower=1" : "SupplyPower=0");
+    }
+}

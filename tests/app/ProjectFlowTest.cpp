@@ -8,13 +8,17 @@
 #include "script/Project.h"
 #include "script/ProjectPaths.h"
 #include "target/DeviceConfig.h"
+#include "target/DeviceDataModel.h"
+#include "views/DeviceSelectionDialog.h"
 #include "views/DockWindow.h"
 
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QFile>
 #include <QListWidget>
 #include <QPushButton>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QToolBar>
@@ -80,7 +84,37 @@ TEST_F(ProjectFlowTest, ProbeCommandsFillTheDeviceConfiguration) {
     EXPECT_EQ(Run("Project.SetDevice (\"STM32F407VG\")"),
               QStringList({"Project.SetDevice (\"STM32F407VG\");"}));
     EXPECT_EQ(C.GetText(DEVICE_NAME), "STM32F407VG");
-    EXPECT_EQ(Run("Project.SetDevice ()").last(), "Project.SetDevice(); invalid parameter");
+    // Without a name the user picks the device from the library's table, which marks the current one.
+    QString Marked;
+    QTimer::singleShot(20, &m_Context, [&Marked]() {
+        for (QWidget* W : QApplication::topLevelWidgets()) {
+            if (auto* D = qobject_cast<CDeviceSelectionDialog*>(W)) {
+                const CDeviceDataModel* M = D->GetModel();
+                Marked = M->index(M->GetMarkedRow(), CDeviceDataModel::COL_DEVICE).data().toString();
+                D->GetFilterBox(CDeviceDataModel::COL_DEVICE)->setCurrentText(QStringLiteral("an386"));
+                D->OnFilterTimerTimeout();
+                D->GetView()->selectRow(1);
+                D->accept();
+            }
+        }
+    });
+    Run("Project.SetDevice ()");
+    EXPECT_EQ(Marked, "STM32F407VG");
+    EXPECT_EQ(C.GetText(DEVICE_NAME), "MPS2-AN386");
+    EXPECT_GT(C.GetParam(DEVICE_INDEX), 0);
+    EXPECT_TRUE(CProject::Instance()->IsModified())
+        << "a setting chosen in a dialog is a change of the project";
+    CProject::Instance()->SetModified(false);
+    QTimer::singleShot(20, &m_Context, []() {
+        for (QWidget* W : QApplication::topLevelWidgets()) {
+            if (auto* D = qobject_cast<CDeviceSelectionDialog*>(W)) {
+                D->reject();
+            }
+        }
+    });
+    EXPECT_EQ(Run("Project.SetDevice ()").last(), "Project.SetDevice();")
+        << "a canceled choice changes nothing";
+    EXPECT_EQ(C.GetText(DEVICE_NAME), "MPS2-AN386");
     Run("Project.SetHostIF (USB, 0x1F)");
     EXPECT_EQ(C.GetParam(HOST_IF), 1);
     EXPECT_EQ(C.GetParam(USB_SERIAL_NO), 31);
@@ -181,7 +215,10 @@ TEST_F(ProjectFlowTest, SessionCommandsSetTheirVariables) {
 TEST_F(ProjectFlowTest, WizardLinesMakeAProjectWithoutAFile) {
     QStringList Lines = {"Project.SetDevice (\"MK66FN2M0XXX18\");", "Project.SetHostIF (\"USB\", \"\");",
                          "Project.SetTargetIF (\"SWD\");", "Project.SetTIFSpeed (\"2 MHz\");"};
+    // A known device without a register description is one warning of the project check.
+    AnswerWarnings(&CWarningsDialog::GetIgnoreButton);
     Main()->OnProjectWizardFinished(Lines);
+    EXPECT_EQ(m_Dialogs, 1);
     const CProject* P = CProject::Instance();
     EXPECT_EQ(P->GetPath(), "");
     EXPECT_TRUE(P->IsModified());

@@ -1,4 +1,6 @@
 // The application's tests run the main window offscreen with a settings folder of their own.
+#include "app/core/Paths.h"
+
 #include <QApplication>
 #include <QTemporaryDir>
 
@@ -9,6 +11,10 @@ int main(int argc, char** argv) {
     qputenv("XDG_CONFIG_HOME", Config.path().toUtf8());
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication App(argc, argv);
+    // The program's own directory holds the probe library and the core plug-ins; the tests find them there.
+    if (qEnvironmentVariableIsSet("ARNEX_BIN_DIR")) {
+        Paths::SetInstallDirOverride(qEnvironmentVariable("ARNEX_BIN_DIR"));
+    }
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

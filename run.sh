@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds Arnex and starts it. Extra arguments are passed to the program.
+# Builds Arnex and starts it. Extra arguments are passed to the program; without any, the demo project
+# of firmware/ opens.
 set -euo pipefail
 cd "$(dirname "$0")"
 . tools/setup.sh
@@ -8,6 +9,10 @@ arnex_install "${ARNEX_PACKAGES_BUILD[@]}"
 arnex_build default
 
 args=("$@")
+# Without arguments the demo project opens: the demo program on the emulated board, ready to connect.
+if [ "${#args[@]}" -eq 0 ]; then
+    args=("$PWD/build/firmware/demo.tvproj")
+fi
 if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ] && [ -z "${QT_QPA_PLATFORM:-}" ]; then
     export QT_QPA_PLATFORM=offscreen
     has_exec=0

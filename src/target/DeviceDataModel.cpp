@@ -209,5 +209,7 @@ bool CDeviceDataProxyModel::lessThan(const QModelIndex& Left, const QModelIndex&
     if (Right.row() == 0) {
         return !Ascending;
     }
-    return Left.data().toString().compare(Right.data().toString(), Qt::CaseInsensitive) < 0;
+    // Equal texts keep the library's order.
+    const int Order = Left.data().toString().compare(Right.data().toString(), Qt::CaseInsensitive);
+    return Order != 0 ? Order < 0 : Left.row() < Right.row();
 }

@@ -270,6 +270,33 @@ TEST_F(Remote, AServerThatGoesAwayWhileRunningIsALostConnection) {
     EXPECT_LT(ElapsedMs(Start), 1000);
 }
 
+TEST_F(Remote, AServerThatGoesAwayWhileHaltedIsNoticedWithoutARequest) {
+    Connect();
+    ASSERT_EQ(TARVOARM_IsHalted(), 1);
+    Server.ClearReceived();
+    EXPECT_EQ(TARVOARM_IsHalted(), 1);
+    EXPECT_TRUE(Server.Received().empty()) << "a halted target is not asked";
+    Server.Disconnect();
+    const auto Start = std::chrono::steady_clock::now();
+    int State = 1;
+    while (State == 1 && ElapsedMs(Start) < 1000) {
+        State = TARVOARM_IsHalted();
+    }
+    EXPECT_LT(State, 0);
+    EXPECT_FALSE(TARVOARM_IsConnected());
+    EXPECT_TRUE(
+        Messages::Get().Contains("Connection to the target lost: connection closed by the GDB server"));
+}
+
+// QEMU's monitor answers OK to a command it doesn't know and says so in its output.
+TEST_F(Remote, ResetFallsBackToQemusOwnMonitorCommand) {
+    Connect();
+    Server.ClearReceived();
+    Target.UnknownMonitorCommands = {"reset halt"};
+    ASSERT_EQ(TARVOARM_Reset(), 0);
+    EXPECT_EQ(Target.MonitorCommands, (std::vector<std::string>{"reset halt", "system_reset"}));
+}
+
 TEST_F(Remote, AServerWithoutADescriptionIsRefused) {
     Target.WithDescription = false;
     ASSERT_EQ(TARVOARM_SelectIP(("127.0.0.1:" + std::to_string(Server.Port())).c_str(), 0), 0);

@@ -140,7 +140,12 @@ std::optional<std::string> SimpleTarget::Handle(const std::string& P) {
         DecodeHexBytes(P.substr(6), reinterpret_cast<uint8_t*>(Text.data()), Text.size());
         Text.resize((P.size() - 6) / 2);
         MonitorCommands.push_back(Text);
-        if (Text == "reset halt") {
+        if (UnknownMonitorCommands.count(Text) != 0) {
+            // As QEMU answers: the complaint as output, then OK.
+            return "O" + HexOfText("unknown command: '" + Text.substr(0, Text.find(' ')) + "'\r\n") +
+                   "\x1eOK";
+        }
+        if (Text == "reset halt" || Text == "system_reset") {
             m_Values[PcNumber] = ResetPc;
             return "O" + HexOfText("target halted due to debug-request\n") + "\x1eOK";
         }

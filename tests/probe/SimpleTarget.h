@@ -43,6 +43,7 @@ public:
     bool OfferNoAck = false;
     bool WithDescription = true;
     std::vector<std::string> MonitorCommands;
+    std::set<std::string> UnknownMonitorCommands; // answered with QEMU's complaint and OK
     std::set<uint32_t> SoftBreaks, HardBreaks;
     std::set<std::tuple<int, uint32_t, uint32_t>> Watches; // type, address, length
 

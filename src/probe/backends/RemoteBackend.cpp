@@ -171,6 +171,11 @@ int RemoteBackend::HaltState() {
         return -1;
     }
     if (m_Halted) {
+        // Nothing is sent to a halted target; a server that went away shows on the idle connection.
+        if (!m_Client->CheckAlive()) {
+            ReportLost(m_Client->DeathReason());
+            return -1;
+        }
         return 1;
     }
     std::string Stop;

@@ -2,6 +2,10 @@
 
 #include "probe/rsp/Hex.h"
 
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
 #include <chrono>
 
 namespace tarvo::rsp {
@@ -56,6 +60,28 @@ void ClientBase::Kill(const std::string& Reason) {
     }
     m_Dead = true;
     m_Socket.Shutdown();
+}
+
+bool ClientBase::CheckAlive() {
+    if (m_Dead.load()) {
+        return false;
+    }
+    // A request in flight or a running target has a reader that notices a closed connection itself.
+    std::unique_lock<std::mutex> Lock(m_Mutex, std::try_to_lock);
+    if (!Lock.owns_lock() || m_Running.load() || !m_Socket.IsOpen()) {
+        return true;
+    }
+    pollfd P = {m_Socket.Fd(), POLLIN, 0};
+    if (poll(&P, 1, 0) <= 0) {
+        return true;
+    }
+    char Byte = 0;
+    const ssize_t N = recv(m_Socket.Fd(), &Byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    if (N == 0 || (N < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
+        Lose(Status::ConnectionLost, "connection closed by the GDB server");
+        return false;
+    }
+    return true;
 }
 
 Status ClientBase::Lose(Status S, const std::string& Reason) {

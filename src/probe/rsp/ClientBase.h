@@ -72,6 +72,9 @@ public:
 
     bool IsRunning() const { return m_Running.load(); }
     bool IsAlive() const { return !m_Dead.load(); }
+    /// Between requests, without sending anything: whether the server has closed the connection, which
+    /// an idle client otherwise learns only at its next request. False once the connection is lost.
+    bool CheckAlive();
     /// Why the connection was lost, empty while it is alive.
     std::string DeathReason() const;
     /// Marks the connection lost with a reason and wakes a waiting reader (another thread may call).

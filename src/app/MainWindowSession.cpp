@@ -309,7 +309,7 @@ void CMainWindow::OnDeviceDisconnectDone() {
     LogDebugMsg(QStringLiteral("Tarvo: disconnected from target device"));
     m_StatusBar->SetStatusMessage(QStringLiteral("Ready"));
     m_StatusBar->EndProgress();
-    SetControllerBusy(false);
+    // The sequence of a new connection may run already: its busy mark stays.
     UpdateSessionActions();
     ExecUserFunctionIfPresent(UF_AFTER_TARGET_DISCONNECT);
     const I32 Action = m_PendingAction;
@@ -329,6 +329,8 @@ void CMainWindow::OnDeviceDisconnectFailed() {
 
 void CMainWindow::OnDeviceConnectionLost() {
     LogErrorMsg(QStringLiteral("Tarvo: connection to target device lost."));
+    // No step of a sequence that runs now can succeed; its download, if any, still ends in its event.
+    SetControllerBusy(false);
     if (IsConnected()) {
         const QMessageBox::StandardButton Answer =
             MessageBox::Ask(this, QStringLiteral("Target Connection Lost"),

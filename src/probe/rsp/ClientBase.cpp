@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 
@@ -226,8 +227,19 @@ Status ClientBase::Exchange(std::string_view Body, std::string& Reply, std::stri
             EmitConsole(std::string_view(Reply).substr(1), Console);
             continue;
         }
+        // A server whose target ran when the connection came (QEMU) stops it and reports the stop on
+        // its own, ahead of the answer: no query is answered with a stop, so the answer comes next.
+        if (Body.size() > 0 && Body[0] == 'q' && IsStopReport(Reply)) {
+            continue;
+        }
         return Status::Ok;
     }
+}
+
+bool ClientBase::IsStopReport(std::string_view Body) {
+    return Body.size() >= 3 && (Body[0] == 'T' || Body[0] == 'S') &&
+           std::isxdigit(static_cast<unsigned char>(Body[1])) &&
+           std::isxdigit(static_cast<unsigned char>(Body[2]));
 }
 
 Status ClientBase::Request(std::string_view Body, std::string& Reply, int TimeoutMs) {

@@ -87,6 +87,8 @@ private:
     void Frame(std::string_view Body);
     Status Lose(Status S, const std::string& Reason);
     bool IsConsolePacket(std::string_view Body) const;
+    /// "T05..." or "S05": the report of a stop.
+    static bool IsStopReport(std::string_view Body);
     void EmitConsole(std::string_view HexText, std::string* Collect);
 
     Socket m_Socket;

@@ -1,0 +1,231 @@
+// The debug session in the main window against the probe library's fake target: the order of the
+// project's user functions around connect, reset, download and disconnect, the handlers that replace a
+// step, what a failed download shows, and the state of the actions, the connection field and the title.
+
+#include "AppFixture.h"
+
+#include "app/StatusBar.h"
+#include "app/core/Automation.h"
+#include "app/core/SysVars.h"
+#include "probe/FakeTarget.h"
+#include "script/Project.h"
+#include "target/Device.h"
+#include "target/DeviceConfig.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+
+namespace {
+
+constexpr U32 CMD_DEBUG_CONNECT = 32;
+constexpr U32 CMD_DEBUG_DISCONNECT = 33;
+constexpr U32 CMD_DEBUG_RESET = 37;
+constexpr U32 CMD_SET_DEVICE = 101;
+
+QString Demo() {
+    return QDir::cleanPath(qEnvironmentVariable("ARNEX_BIN_DIR") +
+                           QStringLiteral("/../firmware/demo-O0-dwarf4.elf"));
+}
+
+/// Every user function says that it ran.
+QString Handlers(const QStringList& Skip = {}) {
+    QString Text;
+    for (const char* Name :
+         {"BeforeTargetConnect", "AfterTargetConnect", "BeforeTargetReset", "AfterTargetReset",
+          "BeforeTargetDownload", "AfterTargetDownload", "BeforeTargetDisconnect", "AfterTargetDisconnect"}) {
+        if (!Skip.contains(QLatin1String(Name))) {
+            Text +=
+                QStringLiteral("void %1 (void) {\n  Util.Log (\"Ran %1\");\n}\n").arg(QLatin1String(Name));
+        }
+    }
+    return Text;
+}
+
+class SessionFlow : public AppFixture {
+protected:
+    void SetUp() override {
+        Automation::SetActive(true);
+        SysVars::SetVarValue(SysVars::GetVarRow(PREF_SHOW_PROJECT_WARNINGS_DIALOG), 0, true);
+        tarvo::fake::Reset();
+        Run("File.NewProject");
+    }
+    void TearDown() override {
+        if (CDevice::Instance()->Connected.load()) {
+            Run("Debug.Disconnect");
+            Settle();
+        }
+        CProject::Instance()->SetModified(false);
+        Run("File.NewProject");
+        SysVars::ResetAll();
+        Automation::SetActive(false);
+    }
+    /// Opens a project of the fake device with the demo program and the given functions.
+    void Open(const QString& Functions) {
+        const QString Path = m_Dir.filePath(QStringLiteral("fake.tvproj"));
+        QFile F(Path);
+        ASSERT_TRUE(F.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        F.write(QStringLiteral("void OnProjectLoad (void) {\n  Project.SetDevice (\"FAKE\");\n"
+                               "  Project.SetHostIF (\"USB\", \"\");\n  File.Open (\"%1\");\n}\n%2")
+                    .arg(Demo(), Functions)
+                    .toUtf8());
+        F.close();
+        Run("File.Open (\"" + Path + "\")");
+        ASSERT_TRUE(Settle([]() { return !CProject::Instance()->IsOpenPending(); }));
+        ASSERT_FALSE(Main()->GetProgramPath().isEmpty()) << "the demo program is open";
+        ASSERT_TRUE(Commands::IsCommandEnabled(CMD_DEBUG_CONNECT)) << "with the core plug-in of the device";
+    }
+    /// Delivers events until the session controller is idle (or Done holds), and the Console's lines.
+    bool Settle(std::function<bool()> Done = nullptr) {
+        QElapsedTimer T;
+        T.start();
+        CDevice* D = CDevice::Instance();
+        while (T.elapsed() < 5000) {
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+            if (Done ? Done() : (!D->ControllerBusy.load() && !D->HasQueuedJobs())) {
+                // Events of the last jobs arrive through the 1 ms timer of the event worker.
+                QElapsedTimer Tail;
+                Tail.start();
+                while (Tail.elapsed() < 30) {
+                    QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+                }
+                return true;
+            }
+        }
+        return false;
+    }
+    /// The Console's lines from the last Mark on.
+    QStringList Since() {
+        Console()->Drain();
+        return Console()->GetText().split('\n').mid(m_Mark);
+    }
+    void Mark() {
+        Console()->Drain();
+        m_Mark = static_cast<int>(Console()->GetText().split('\n').size());
+    }
+    static QStringList Ran(const QStringList& Lines) { return Lines.filter(QRegularExpression("^Ran ")); }
+
+    QTemporaryDir m_Dir;
+    int m_Mark = 0;
+};
+
+TEST_F(SessionFlow, ConnectingRunsTheHandlersInTheOrderOfTheSteps) {
+    Open(Handlers());
+    EXPECT_EQ(CStatusBar::Instance()->GetConnectionInfo(), "Disconnected");
+    EXPECT_FALSE(Commands::IsCommandEnabled(CMD_DEBUG_RESET)) << "nothing to reset without a connection";
+    Mark();
+    Run("Debug.Connect");
+    ASSERT_TRUE(Settle());
+    const QStringList Lines = Since();
+    EXPECT_EQ(Ran(Lines),
+              QStringList({"Ran BeforeTargetConnect", "Ran AfterTargetConnect", "Ran BeforeTargetReset",
+                           "Ran AfterTargetReset", "Ran BeforeTargetDownload", "Ran AfterTargetDownload"}))
+        << Lines.join('\n').toStdString();
+    EXPECT_TRUE(Lines.contains("Tarvo: connected to target device"));
+    EXPECT_EQ(CStatusBar::Instance()->GetStatusMessage(), "Download Complete.");
+    EXPECT_TRUE(CStatusBar::Instance()->GetConnectionInfo().startsWith("FAKE @ "))
+        << CStatusBar::Instance()->GetConnectionInfo().toStdString();
+    EXPECT_EQ(Main()->windowTitle(), "Arnex - demo-O0-dwarf4.elf")
+        << "the program under debug names the session";
+    EXPECT_TRUE(Commands::IsCommandEnabled(CMD_DEBUG_RESET));
+    EXPECT_FALSE(Commands::IsCommandEnabled(CMD_SET_DEVICE)) << "the device can't change while connected";
+    EXPECT_EQ(Run("Debug.Connect").last(), "Debug.Connect(); already connected");
+    // The program went to the target: its first word is the initial stack pointer.
+    EXPECT_EQ(Run("Target.ReadU32 0x0").last(), "0x20400000");
+
+    Mark();
+    Run("Debug.Disconnect");
+    ASSERT_TRUE(Settle([]() { return !CDevice::Instance()->Connected.load(); }));
+    Settle();
+    const QStringList After = Since();
+    EXPECT_EQ(Ran(After), QStringList({"Ran BeforeTargetDisconnect", "Ran AfterTargetDisconnect"}));
+    EXPECT_TRUE(After.contains("Tarvo: disconnected from target device"));
+    EXPECT_EQ(CStatusBar::Instance()->GetStatusMessage(), "Ready");
+    EXPECT_EQ(CStatusBar::Instance()->GetConnectionInfo(), "Disconnected");
+    EXPECT_TRUE(Commands::IsCommandEnabled(CMD_SET_DEVICE));
+    EXPECT_EQ(Run("Debug.Disconnect").last(), "Debug.Disconnect(); not connected");
+    EXPECT_TRUE(Commands::IsCommandEnabled(CMD_DEBUG_DISCONNECT));
+}
+
+TEST_F(SessionFlow, AConnectHandlerReplacesTheConnection) {
+    Open(Handlers({"AfterTargetConnect"}) +
+         "void TargetConnect (void) {\n  Util.Log (\"Ran TargetConnect\");\n  Exec.Connect ();\n}\n"
+         "void AfterTargetConnect (void) {\n  Util.Log (\"Ran AfterTargetConnect\");\n}\n");
+    Mark();
+    Run("Debug.Connect");
+    ASSERT_TRUE(Settle());
+    const QStringList Ran_ = Ran(Since());
+    ASSERT_GE(Ran_.size(), 3);
+    EXPECT_EQ(Ran_.mid(0, 3),
+              QStringList({"Ran BeforeTargetConnect", "Ran TargetConnect", "Ran AfterTargetConnect"}))
+        << "the handler's own connection, and the controller's sequence after it";
+    EXPECT_TRUE(CDevice::Instance()->Connected.load());
+    EXPECT_EQ(CStatusBar::Instance()->GetStatusMessage(), "Download Complete.");
+}
+
+TEST_F(SessionFlow, ADownloadHandlerWritesNothingOfTheSystems) {
+    Open("void TargetDownload (void) {\n  Util.Log (\"Ran TargetDownload\");\n}\n");
+    const std::vector<U8> Before = tarvo::fake::Peek(0, 64);
+    Mark();
+    Run("Debug.Connect");
+    ASSERT_TRUE(Settle());
+    EXPECT_TRUE(Since().contains("Ran TargetDownload"));
+    EXPECT_EQ(tarvo::fake::Peek(0, 64), Before) << "the target's memory stays as it was";
+    EXPECT_EQ(CStatusBar::Instance()->GetStatusMessage(), "Download Complete.");
+}
+
+TEST_F(SessionFlow, AHandlersFailedDownloadShowsThroughItsStoredError) {
+    Open("void TargetDownload (void) {\n  Exec.Download (\"" + Demo() + "\");\n}\n");
+    tarvo::fake::FailWrites(0x40, 4);
+    Mark();
+    Run("Debug.Connect");
+    ASSERT_TRUE(Settle());
+    const QStringList Lines = Since();
+    EXPECT_EQ(CDevice::Instance()->LastDownloadError(), -3);
+    EXPECT_TRUE(Lines.contains("Error during program/erase phase")) << Lines.join('\n').toStdString();
+    EXPECT_EQ(Lines.filter("[Download failed] Parts of the program file could not be written.").size(), 1);
+    EXPECT_EQ(CStatusBar::Instance()->GetStatusMessage(), "Download Failed.");
+    tarvo::fake::FailWrites(0, 0);
+}
+
+TEST_F(SessionFlow, WithoutVerificationAFailedDownloadEndsQuietly) {
+    Open(Handlers());
+    Run("Edit.SysVar (VAR_VERIFY_DOWNLOAD, 0)");
+    tarvo::fake::FailWrites(0x40, 4);
+    Mark();
+    Run("Debug.Connect");
+    ASSERT_TRUE(Settle());
+    const QStringList Lines = Since();
+    EXPECT_EQ(CDevice::Instance()->LastDownloadError(), -3) << "the error is kept";
+    EXPECT_TRUE(Lines.filter("Download failed").isEmpty()) << Lines.join('\n').toStdString();
+    EXPECT_TRUE(Lines.contains("Ran AfterTargetDownload")) << "the flow ends as after a success";
+    EXPECT_NE(CStatusBar::Instance()->GetStatusMessage(), "Download Failed.");
+    tarvo::fake::FailWrites(0, 0);
+}
+
+TEST_F(SessionFlow, MemorySavedToAFileLoadsBack) {
+    Open(QString());
+    Run("Debug.Connect");
+    ASSERT_TRUE(Settle());
+    const QString Saved = m_Dir.filePath(QStringLiteral("flash.bin"));
+    EXPECT_EQ(Run("Target.SaveMemory (\"" + Saved + "\", 0x0, 64)").last(),
+              "Target.SaveMemory (\"" + Saved + "\", 0x0, 64);");
+    QFile F(Saved);
+    ASSERT_TRUE(F.open(QIODevice::ReadOnly));
+    const QByteArray Bytes = F.readAll();
+    ASSERT_EQ(Bytes.size(), 64);
+    const std::vector<U8> Flash = tarvo::fake::Peek(0, 64);
+    EXPECT_EQ(Bytes, QByteArray(reinterpret_cast<const char*>(Flash.data()), 64));
+    Run("Target.LoadMemory (\"" + Saved + "\", 0x20000100)");
+    Settle();
+    EXPECT_EQ(tarvo::fake::Peek(0x20000100, 64), Flash);
+    EXPECT_EQ(Run("Target.LoadMemory (\"/nowhere.bin\", 0x20000100)").last(),
+              "Target.LoadMemory (\"/nowhere.bin\", 0x20000100); file not found");
+    EXPECT_EQ(Run("Exec.Download (\"/nowhere.elf\")").last(),
+              "Exec.Download (\"/nowhere.elf\"); file not found");
+}
+
+} // namespace

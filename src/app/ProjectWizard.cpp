@@ -1,7 +1,12 @@
 #include "app/ProjectWizard.h"
 
+#include "analysis/CorePluginLoader.h"
+#include "app/core/Automation.h"
 #include "app/core/Settings.h"
 #include "script/ProjectText.h"
+#include "target/DeviceDataModel.h"
+#include "views/DeviceSelectionDialog.h"
+#include "views/MessageBox.h"
 
 #include <QComboBox>
 #include <QFileDialog>
@@ -114,10 +119,6 @@ QWidget* CProjectWizard::MakeTargetPage() {
     m_Device->setObjectName(QStringLiteral("editBoxTargetDevice"));
     m_SelectDevice = new QPushButton(QStringLiteral("Choose via Dialog"), Page);
     m_SelectDevice->setObjectName(QStringLiteral("buttonSelectDevice"));
-    // The device list comes from the probe library, which this build doesn't reach yet.
-    m_SelectDevice->setEnabled(false);
-    m_SelectDevice->setToolTip(
-        QStringLiteral("The device list of the Tarvo software is not available; type the device name"));
     m_Peripherals = new QLineEdit(Page);
     m_Peripherals->setObjectName(QStringLiteral("editBoxTargetPeripherals"));
     m_SelectPeripherals = new QPushButton(QStringLiteral("..."), Page);
@@ -268,7 +269,29 @@ void CProjectWizard::OnCurrentPageChanged(int Page) {
 }
 
 void CProjectWizard::OnButtonSelectDevicePressed() {
-    // Stays disabled until the device list can be shown.
+    CDeviceSelectionDialog Dialog(this);
+    const QString Current = m_Device->text();
+    Dialog.SetDevice(DeviceNameOf(Current), Current.contains(QLatin1String("(Big Endian)")) ? 1 : 0, 0);
+    if (MessageBox::Exec(&Dialog, QDialog::Rejected) != QDialog::Accepted) {
+        return;
+    }
+    const QString Name = Dialog.GetDeviceName();
+    m_Device->setText(Dialog.GetEndian() ? Name + QStringLiteral(" (Big Endian)") : Name);
+    // The core plug-in of the device's core: without its default file the user names one, which the
+    // project then keeps.
+    const CDeviceDataModel* Model = Dialog.GetModel();
+    const U32 Core = Model->GetCore(Model->FindRow(Name));
+    m_CorePluginPath.clear();
+    const QString Default = CorePluginLoader::GetDefaultPath(Core);
+    if (Default.isEmpty() || QFileInfo(Default).isFile() || Automation::IsActive()) {
+        return;
+    }
+    MessageBox::Inform(
+        this, QMessageBox::Warning, QStringLiteral("Project Warning"),
+        QStringLiteral("Arnex could not locate the target core support plugin for the selected "
+                       "device.\nPlease specify the file location manually."));
+    m_CorePluginPath = QFileDialog::getOpenFileName(this, QStringLiteral("Project Warning"), QString(),
+                                                    QStringLiteral("Core plug-ins (*.so)"));
 }
 
 void CProjectWizard::OnButtonSelectPeripheralsPressed() {

@@ -2,6 +2,12 @@
 
 #include "app/ProjectWizard.h"
 #include "app/core/Settings.h"
+#include "target/DeviceDataModel.h"
+#include "views/DeviceSelectionDialog.h"
+
+#include <QApplication>
+#include <QTableView>
+#include <QTimer>
 
 #include <QComboBox>
 #include <QLabel>
@@ -76,11 +82,9 @@ TEST_F(WizardTest, PagesAndTheirButtons) {
     EXPECT_FALSE(Next->isEnabled());
     Device->setText("STM32F407VG");
     EXPECT_TRUE(Next->isEnabled());
-    // The device list needs the probe library: its button says so and stays off.
     auto* Choose = Child<QPushButton>(W, "buttonSelectDevice");
     EXPECT_EQ(Choose->text(), "Choose via Dialog");
-    EXPECT_FALSE(Choose->isEnabled());
-    EXPECT_FALSE(Choose->toolTip().isEmpty());
+    EXPECT_TRUE(Choose->isEnabled()) << "the probe library's device table is there";
 
     Next->click();
     EXPECT_EQ(Title->text(), "Connection Settings");
@@ -111,6 +115,33 @@ TEST_F(WizardTest, PagesAndTheirButtons) {
     EXPECT_NE(W.findChild<QWidget*>("pageDataFile"), nullptr);
     Back->click();
     EXPECT_EQ(W.GetCurrentPage(), CProjectWizard::PAGE_CONNECTION_SETTINGS);
+}
+
+TEST_F(WizardTest, TheDeviceComesFromTheLibrarysTable) {
+    CProjectWizard W;
+    W.show();
+    auto* Device = Child<QLineEdit>(W, "editBoxTargetDevice");
+    auto* Choose = Child<QPushButton>(W, "buttonSelectDevice");
+    ASSERT_TRUE(Choose->isEnabled());
+    Device->setText("LPC1768");
+    QString Marked;
+    QTimer::singleShot(20, &W, [&Marked]() {
+        for (QWidget* Top : QApplication::topLevelWidgets()) {
+            if (auto* D = qobject_cast<CDeviceSelectionDialog*>(Top)) {
+                const CDeviceDataModel* M = D->GetModel();
+                Marked = M->index(M->GetMarkedRow(), CDeviceDataModel::COL_DEVICE).data().toString();
+                D->GetFilterBox(CDeviceDataModel::COL_DEVICE)->setCurrentText("*AN500");
+                D->OnFilterTimerTimeout();
+                D->GetView()->selectRow(1);
+                D->findChild<QComboBox*>("comboBoxEndian")->setCurrentIndex(1);
+                D->accept();
+            }
+        }
+    });
+    Choose->click();
+    EXPECT_EQ(Marked, "LPC1768") << "the dialog starts at the device of the field";
+    EXPECT_EQ(Device->text(), "MPS2-AN500 (Big Endian)");
+    EXPECT_EQ(CProjectWizard::DeviceNameOf(Device->text()), "MPS2-AN500");
 }
 
 TEST_F(WizardTest, FinishGivesTheProjectLines) {

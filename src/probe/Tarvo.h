@@ -153,7 +153,9 @@ void* TARVO_GetpFunc(U32 Index);                            /* NULL = not availa
                                              0 ok, -1 when sz < 8 */
 
 /* ---------- run control ---------- */
-int TARVOARM_IsHalted(void);                     /* >=1 halted, 0 running, <0 connection lost */
+int TARVOARM_IsHalted(void);                     /* >=1 halted, 0 running, <0 connection lost; a halted
+                                                    target isn't asked, but a GDB server that closed the
+                                                    connection shows at once */
 int TARVOARM_Halt(void);                         /* 0 on success */
 void TARVOARM_GoEx(U32 MaxEmulInsts, U32 Flags); /* called (0,1): MaxEmulInsts 0 = no limit (ignored);
                                                    Flags TARVO_GO_OVERSTEP_BP: a breakpoint at the PC
@@ -162,7 +164,8 @@ void TARVOARM_GoEx(U32 MaxEmulInsts, U32 Flags); /* called (0,1): MaxEmulInsts 0
 int TARVOARM_Step(void);                /* 0 on success */
 void TARVOARM_SetResetType(int Type);   /* called with 0 */
 void TARVOARM_SetResetDelay(int Delay); /* called with 0 */
-int TARVOARM_Reset(void);               /* 0 on success */
+int TARVOARM_Reset(void);               /* 0 on success; a GDB server resets through its monitor
+                                           ("reset halt", QEMU's "system_reset"), or by SYSRESETREQ */
 
 /* ---------- memory ---------- */
 int TARVOARM_ReadMemU8(U32 Addr, U32 NumItems, U8* pData, U8* pStatus);   /* items read */

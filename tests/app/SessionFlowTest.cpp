@@ -133,6 +133,12 @@ TEST_F(SessionFlow, ConnectingRunsTheHandlersInTheOrderOfTheSteps) {
     EXPECT_TRUE(Commands::IsCommandEnabled(CMD_DEBUG_RESET));
     EXPECT_FALSE(Commands::IsCommandEnabled(CMD_SET_DEVICE)) << "the device can't change while connected";
     EXPECT_EQ(Run("Debug.Connect").last(), "Debug.Connect(); already connected");
+    // A program opened during the session may go to the target: the user is asked (unattended: no).
+    EXPECT_TRUE(CDevice::Instance()->SessionActive.load());
+    EXPECT_TRUE(
+        Run("File.Open (\"" + Demo() + "\")")
+            .contains("[Download] Program file opened. Download to target? -> No (unattended: default "
+                      "answer)"));
     // The program went to the target: its first word is the initial stack pointer.
     EXPECT_EQ(Run("Target.ReadU32 0x0").last(), "0x20400000");
 

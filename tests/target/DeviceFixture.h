@@ -126,12 +126,21 @@ protected:
         }
         return Total;
     }
-    /// Waits until the device ran every job of the rings.
+    /// Waits until the device ran every job of the rings, or until it holds jobs back because the event
+    /// ring is full and nothing moves (they would otherwise cost the whole timeout).
     void WaitIdle() {
         QElapsedTimer T;
         T.start();
-        while (m_Device->HasQueuedJobs() && T.elapsed() < 5000) {
+        QElapsedTimer Still;
+        Still.start();
+        U64 Pushed = DeviceEvents::PushedCount();
+        while (m_Device->HasQueuedJobs() && T.elapsed() < 5000 &&
+               !(Still.elapsed() > 300 && DeviceEvents::FreeCount() < CDevice::EVENT_RESERVE)) {
             QThread::msleep(1);
+            if (DeviceEvents::PushedCount() != Pushed) {
+                Pushed = DeviceEvents::PushedCount();
+                Still.restart();
+            }
         }
     }
 

@@ -284,40 +284,36 @@ I64 CDevice::WaitForJobSlot(U32 Kind, bool ProcessEvents, int TimeoutMs, DEVICE_
     const int Limit = TimeoutMs == -1 ? Jobs::DefaultWaitMs(Type) : TimeoutMs;
     QElapsedTimer Clock;
     Clock.start();
-    for (;;) {
+    const auto Ran = [&]() {
         // A slot that no longer holds this job has run it (and may hold another by now).
-        const bool Same = LoadType(Slot) == Type && IdOf(Slot).load(std::memory_order_acquire) == Id;
-        if (!Same || !(LoadFlags(Slot) & JOB_FLAG_PENDING)) {
-            return static_cast<I64>(Id) + 1;
-        }
-        if (Jobs::IsStepKind(Type) && !SrcStepActive.load()) {
-            // Source steps may run on across hidden breakpoints; an instruction step has run once its
-            // job is no longer pending, which the test above sees.
-            if (Type == JT_STEP_INST) {
-                // fall through to the waiting below
-            } else if (!(LoadFlags(Slot) & JOB_FLAG_PENDING)) {
-                return static_cast<I64>(Id) + 1;
-            }
-        }
-        if (!isRunning() || StopRequested.load()) {
+        return LoadType(Slot) != Type || IdOf(Slot).load(std::memory_order_acquire) != Id ||
+               !(LoadFlags(Slot) & JOB_FLAG_PENDING);
+    };
+    while (!Ran()) {
+        if (!WaitTick(Type, Clock, Limit, ProcessEvents, Ran)) {
             return -1;
-        }
-        if (Clock.elapsed() > Limit) {
-            LogWarnMsg(
-                QStringLiteral("Timeout while waiting for Job %1").arg(QLatin1String(Jobs::JobName(Type))));
-            return -1;
-        }
-        if (ProcessEvents) {
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
-            std::this_thread::yield();
-        } else {
-            std::unique_lock<std::mutex> Lock(m_DoneLock);
-            m_JobDone.wait_for(Lock, std::chrono::milliseconds(1), [&]() {
-                return !(LoadFlags(Slot) & JOB_FLAG_PENDING) ||
-                       IdOf(Slot).load(std::memory_order_acquire) != Id;
-            });
         }
     }
+    return static_cast<I64>(Id) + 1;
+}
+
+bool CDevice::WaitTick(U32 Kind, const QElapsedTimer& Clock, int Limit, bool ProcessEvents,
+                       const std::function<bool()>& Ran) {
+    if (!isRunning() || StopRequested.load()) {
+        return false;
+    }
+    if (Clock.elapsed() > Limit) {
+        LogWarnMsg(QStringLiteral("Timeout while waiting for Job %1").arg(QLatin1String(Jobs::JobName(Kind))));
+        return false;
+    }
+    if (ProcessEvents) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+        std::this_thread::yield();
+    } else {
+        std::unique_lock<std::mutex> Lock(m_DoneLock);
+        m_JobDone.wait_for(Lock, std::chrono::milliseconds(1), Ran);
+    }
+    return true;
 }
 
 I64 CDevice::WaitForJobEvent(U32 Kind, bool ProcessEvents) {
@@ -339,22 +335,10 @@ I64 CDevice::WaitForJobEvent(U32 Kind, bool ProcessEvents) {
     const int Limit = Jobs::DefaultWaitMs(Kind);
     QElapsedTimer Clock;
     Clock.start();
-    while (Held() && (LoadFlags(Slot) & JOB_FLAG_PENDING)) {
-        if (!isRunning() || StopRequested.load()) {
+    const auto Ran = [&]() { return !Held() || !(LoadFlags(Slot) & JOB_FLAG_PENDING); };
+    while (!Ran()) {
+        if (!WaitTick(Kind, Clock, Limit, ProcessEvents, Ran)) {
             return -1;
-        }
-        if (Clock.elapsed() > Limit) {
-            LogWarnMsg(
-                QStringLiteral("Timeout while waiting for Job %1").arg(QLatin1String(Jobs::JobName(Kind))));
-            return -1;
-        }
-        if (ProcessEvents) {
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
-            std::this_thread::yield();
-        } else {
-            std::unique_lock<std::mutex> Lock(m_DoneLock);
-            m_JobDone.wait_for(Lock, std::chrono::milliseconds(1),
-                               [&]() { return !Held() || !(LoadFlags(Slot) & JOB_FLAG_PENDING); });
         }
     }
     // The job has run; its event follows a moment later. Deliver until it came, or until the slot shows

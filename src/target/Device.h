@@ -5,6 +5,7 @@
 #include "program/DataBlock.h"
 #include "target/DeviceTypes.h"
 
+#include <QElapsedTimer>
 #include <QRecursiveMutex>
 #include <QString>
 #include <QStringList>
@@ -12,6 +13,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -305,6 +307,9 @@ private:
 
     /// WaitForJob, and the slot that held the job.
     I64 WaitForJobSlot(U32 Kind, bool ProcessEvents, int TimeoutMs, DEVICE_JOB** Slot);
+    /// One turn of a job wait: false when the wait must give up (the thread ended, or the time ran out).
+    bool WaitTick(U32 Kind, const QElapsedTimer& Clock, int Limit, bool ProcessEvents,
+                  const std::function<bool()>& Ran);
     int RunBatch();
     void CheckHandleHalt();
     /// While connected and halted, the library is asked at least every 500 ms, so that a broken link is

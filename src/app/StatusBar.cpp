@@ -79,7 +79,9 @@ void CStatusBar::StartProgress(int Min, int Max) {
 }
 
 void CStatusBar::EndProgress() {
+    // The message names the work under way; it goes with the bar.
     m_ProgressShown = false;
+    m_Progress.clear();
     Schedule();
 }
 

@@ -16,6 +16,7 @@ public:
 
     QString GetStatusMessage() const { return m_Status; }
     QString GetConnectionInfo() const { return m_Connection; }
+    QString GetProgressMessage() const { return m_Progress; }
     int GetProgressValue() const { return m_Value; }
     bool WasCanceled() const { return m_Canceled; }
 

@@ -13,7 +13,6 @@
 #include <QElapsedTimer>
 
 #include <cstdio>
-#include <cstring>
 
 namespace {
 
@@ -50,9 +49,7 @@ double JobsPerSecond(int Jobs) {
     int Scheduled = 0;
     while (Scheduled < Jobs || Counter.Done < Jobs) {
         if (Scheduled < Jobs) {
-            DEVICE_JOB Job;
-            std::memset(static_cast<void*>(&Job), 0, sizeof Job);
-            Job.Type = JT_SET_CONFIG_PARAM;
+            DEVICE_JOB Job = Jobs::NewJob(JT_SET_CONFIG_PARAM);
             Job.Param[0] = CORE_INDEX;
             Job.Param[1] = static_cast<U64>(Scheduled & 3);
             Scheduled += D->ScheduleJob(&Job) == 0;

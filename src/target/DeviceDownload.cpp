@@ -13,12 +13,7 @@
 
 namespace {
 
-DEVICE_JOB NewJob(U32 Type) {
-    DEVICE_JOB Job;
-    std::memset(static_cast<void*>(&Job), 0, sizeof(Job));
-    Job.Type = Type;
-    return Job;
-}
+using Jobs::NewJob;
 
 /// A read-back compares in pieces of this size, so that the status buffer stays small.
 constexpr U32 VERIFY_PIECE = 1u << 20;

@@ -114,6 +114,13 @@ bool NeedsBuffer(U32 Type) {
     return Type < JT_LAST && s_Kinds[Type].NeedsBuffer;
 }
 
+DEVICE_JOB NewJob(U32 Type) {
+    DEVICE_JOB Job;
+    std::memset(static_cast<void*>(&Job), 0, sizeof(Job));
+    Job.Type = Type;
+    return Job;
+}
+
 bool IsStepKind(U32 Type) {
     return Type == JT_STEP_INST || Type == JT_STEP_INTO || Type == JT_STEP_OVER || Type == JT_STEP_OUT;
 }

@@ -11,12 +11,7 @@
 
 namespace {
 
-DEVICE_JOB NewJob(U32 Type) {
-    DEVICE_JOB Job;
-    std::memset(static_cast<void*>(&Job), 0, sizeof(Job));
-    Job.Type = Type;
-    return Job;
-}
+using Jobs::NewJob;
 
 /// Width 255 stands for the default access width of the session.
 U8 WidthOrDefault(U8 Width) {

@@ -153,6 +153,8 @@ int DefaultWaitMs(U32 Type);
 /// Kinds that need their first dynamic parameter to be valid.
 bool NeedsBuffer(U32 Type);
 bool IsStepKind(U32 Type);
+/// A zeroed record of the kind, ready for its parameters.
+DEVICE_JOB NewJob(U32 Type);
 
 /// Allocates a dynamic parameter of Size bytes (zeroed, one byte more for a terminator). -1 with the
 /// messages for an invalid job, an index above 2, a buffer already set, or a size of 0 or above 1e9.

@@ -53,9 +53,7 @@ TEST_F(Stress, EveryJobEndsExactlyOnce) {
             Result = m_Device->ScheduleWriteMem(0x20000000 + (Scheduled % 64) * 8, 8, Bytes, 0, 0, 0);
             break;
         case 1: {
-            DEVICE_JOB Job;
-            std::memset(static_cast<void*>(&Job), 0, sizeof(Job));
-            Job.Type = JT_SET_CONFIG_PARAM;
+            DEVICE_JOB Job = Jobs::NewJob(JT_SET_CONFIG_PARAM);
             Job.Param[0] = CORE_INDEX;
             Job.Param[1] = static_cast<U64>(Scheduled % 3);
             Result = m_Device->ScheduleJob(&Job);
@@ -74,9 +72,7 @@ TEST_F(Stress, EveryJobEndsExactlyOnce) {
                 // Some jobs are taken back before they run: they must raise nothing.
                 QMutexLocker Hold(&m_Device->Mutex());
                 const U64 Before = m_Device->JobCount();
-                DEVICE_JOB Job;
-                std::memset(static_cast<void*>(&Job), 0, sizeof(Job));
-                Job.Type = JT_CLEAR_ALL_TPS;
+                DEVICE_JOB Job = Jobs::NewJob(JT_CLEAR_ALL_TPS);
                 if (m_Device->ScheduleJob(&Job) == 0) {
                     Canceled[Before] = true;
                     m_Device->CancelJobs(JT_CLEAR_ALL_TPS, JQ_OF_KIND);

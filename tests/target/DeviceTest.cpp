@@ -6,14 +6,11 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include <cstring>
 
 namespace {
 
 DEVICE_JOB ConfigJob(I32 Value) {
-    DEVICE_JOB Job;
-    std::memset(static_cast<void*>(&Job), 0, sizeof(Job));
-    Job.Type = JT_SET_CONFIG_PARAM;
+    DEVICE_JOB Job = Jobs::NewJob(JT_SET_CONFIG_PARAM);
     Job.Param[0] = CORE_INDEX;
     Job.Param[1] = static_cast<U64>(Value);
     return Job;

@@ -303,7 +303,8 @@ bool CDevice::WaitTick(U32 Kind, const QElapsedTimer& Clock, int Limit, bool Pro
         return false;
     }
     if (Clock.elapsed() > Limit) {
-        LogWarnMsg(QStringLiteral("Timeout while waiting for Job %1").arg(QLatin1String(Jobs::JobName(Kind))));
+        LogWarnMsg(
+            QStringLiteral("Timeout while waiting for Job %1").arg(QLatin1String(Jobs::JobName(Kind))));
         return false;
     }
     if (ProcessEvents) {

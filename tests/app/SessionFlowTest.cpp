@@ -126,7 +126,8 @@ TEST_F(SessionFlow, ConnectingRunsTheHandlersInTheOrderOfTheSteps) {
         << Lines.join('\n').toStdString();
     EXPECT_TRUE(Lines.contains("Tarvo: connected to target device"));
     EXPECT_EQ(CStatusBar::Instance()->GetStatusMessage(), "Download Complete.");
-    EXPECT_EQ(CStatusBar::Instance()->GetProgressMessage(), "") << "\"Writing Memory...\" ends with the download";
+    EXPECT_EQ(CStatusBar::Instance()->GetProgressMessage(), "")
+        << "\"Writing Memory...\" ends with the download";
     EXPECT_TRUE(CStatusBar::Instance()->GetConnectionInfo().startsWith("FAKE @ "))
         << CStatusBar::Instance()->GetConnectionInfo().toStdString();
     EXPECT_EQ(Main()->windowTitle(), "Arnex - demo-O0-dwarf4.elf")

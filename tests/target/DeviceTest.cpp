@@ -6,7 +6,6 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-
 namespace {
 
 DEVICE_JOB ConfigJob(I32 Value) {

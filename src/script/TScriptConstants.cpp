@@ -1,11 +1,11 @@
 // What a freshly loaded script knows besides its own functions: the named values and the commands.
 
 #include "app/core/Colors.h"
-#include "app/core/Fonts.h"
-#include "app/core/SysVars.h"
 #include "app/core/CommandTable.h"
+#include "app/core/Fonts.h"
 #include "app/core/Log.h"
 #include "app/core/ScriptConstants.h"
+#include "app/core/SysVars.h"
 #include "script/TScript.h"
 #include "script/TScriptInternal.h"
 

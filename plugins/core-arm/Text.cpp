@@ -28,6 +28,19 @@ bool IsItemWidth(U32 Size) {
     return Size == 1 || Size == 2 || Size == 4 || Size == 8;
 }
 
+/// The common start of the byte printers: an empty text, and the bytes of at most MAX_DATA_BYTES read.
+bool ReadForPrint(U64 Addr, U32* Size, char* s, U32 BufSize, U8* Bytes) {
+    if (s == nullptr || BufSize == 0) {
+        return false;
+    }
+    s[0] = '\0';
+    if (*Size == 0) {
+        return false;
+    }
+    *Size = *Size > MAX_DATA_BYTES ? MAX_DATA_BYTES : *Size;
+    return ReadMem(Addr, *Size, Bytes) == 0;
+}
+
 } // namespace
 
 int FormatInst(const DecodedInst& Inst, char* s, U32 BufSize) {
@@ -69,16 +82,8 @@ int PrintInst(U64 Addr, U32 Size, char* s, U32 BufSize) {
 }
 
 int PrintInstBytes(U64 Addr, U32 Size, char* s, U32 BufSize) {
-    if (s == nullptr || BufSize == 0) {
-        return -1;
-    }
-    s[0] = '\0';
-    if (Size == 0) {
-        return -1;
-    }
     U8 Bytes[MAX_DATA_BYTES];
-    Size = Size > MAX_DATA_BYTES ? MAX_DATA_BYTES : Size;
-    if (ReadMem(Addr, Size, Bytes) != 0) {
+    if (!ReadForPrint(Addr, &Size, s, BufSize, Bytes)) {
         return -1;
     }
     // Thumb code is a stream of halfwords: one group of four digits each, as the core fetches them.
@@ -94,16 +99,8 @@ int PrintInstBytes(U64 Addr, U32 Size, char* s, U32 BufSize) {
 }
 
 int PrintData(U64 Addr, U32 Size, char* s, U32 BufSize) {
-    if (s == nullptr || BufSize == 0) {
-        return -1;
-    }
-    s[0] = '\0';
-    if (Size == 0) {
-        return -1;
-    }
     U8 Bytes[MAX_DATA_BYTES];
-    Size = Size > MAX_DATA_BYTES ? MAX_DATA_BYTES : Size;
-    if (ReadMem(Addr, Size, Bytes) != 0) {
+    if (!ReadForPrint(Addr, &Size, s, BufSize, Bytes)) {
         return -1;
     }
     const bool BigEndian = GetConfig().DataBigEndian;
@@ -128,16 +125,8 @@ int PrintData(U64 Addr, U32 Size, char* s, U32 BufSize) {
 }
 
 int PrintDataBytes(U64 Addr, U32 Size, char* s, U32 BufSize) {
-    if (s == nullptr || BufSize == 0) {
-        return -1;
-    }
-    s[0] = '\0';
-    if (Size == 0) {
-        return -1;
-    }
     U8 Bytes[MAX_DATA_BYTES];
-    Size = Size > MAX_DATA_BYTES ? MAX_DATA_BYTES : Size;
-    if (ReadMem(Addr, Size, Bytes) != 0) {
+    if (!ReadForPrint(Addr, &Size, s, BufSize, Bytes)) {
         return -1;
     }
     if (IsItemWidth(Size)) {

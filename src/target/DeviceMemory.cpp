@@ -29,6 +29,38 @@ void FillStatus(U8* Status, U32 Count, U32 Got) {
     std::memset(Status + Got, 1, Count - Got);
 }
 
+/// Runs a block access chunk by chunk with progress. A single chunk was already tried whole by the
+/// caller, so only its item-wise retry is left; with MEM_ACCESS_ITEM_RETRY a short chunk is retried item by
+/// item. Gives the bytes done.
+template <class SimpleFn, class ItemFn>
+U32 RunChunks(U32 Count, U32 Chunk, U32 Flags, const char* Message, SimpleFn Simple, ItemFn ItemWise) {
+    if (Chunk == 0 || Chunk > Count) {
+        Chunk = Count;
+    }
+    const U32 Chunks = (Count + Chunk - 1) / Chunk;
+    const bool Progress = Count > PROGRESS_ABOVE;
+    if (Progress) {
+        DeviceEvents::PostProgressMsg(Message);
+        if (Chunks > 1) {
+            DeviceEvents::PostStartProgress(0, static_cast<int>(Chunks - 1));
+        }
+    }
+    U32 Sum = 0;
+    for (U32 i = 0; i < Chunks; ++i) {
+        const U32 Offset = i * Chunk;
+        const U32 Size = qMin(Chunk, Count - Offset);
+        U32 Done = Size != Count ? Simple(Offset, Size) : 0;
+        if ((Flags & MEM_ACCESS_ITEM_RETRY) && Done < Size) {
+            Done = ItemWise(Offset, Size);
+        }
+        Sum += Done;
+        if (Progress) {
+            DeviceEvents::PostProgressValue(static_cast<int>(i));
+        }
+    }
+    return Sum;
+}
+
 } // namespace
 
 bool CDevice::HasBackgroundAccess() const {
@@ -127,34 +159,15 @@ U32 CDevice::ReadMemChunkWise(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 F
     if (!Data || !Status) {
         return 0;
     }
-    if (Chunk == 0 || Chunk > Count) {
-        Chunk = Count;
-    }
-    const U32 Chunks = (Count + Chunk - 1) / Chunk;
-    const bool Progress = Count > PROGRESS_ABOVE;
-    if (Progress) {
-        DeviceEvents::PostProgressMsg("Reading Memory...");
-        if (Chunks > 1) {
-            DeviceEvents::PostStartProgress(0, static_cast<int>(Chunks - 1));
-        }
-    }
-    U32 Sum = 0;
-    for (U32 i = 0; i < Chunks; ++i) {
-        const U32 Offset = i * Chunk;
-        const U32 Size = qMin(Chunk, Count - Offset);
-        U32 Got = 0;
-        // A single chunk was already tried whole by the caller; only its item-wise retry is left.
-        if (Size != Count) {
-            Got = ReadMemSimple(Address + Offset, Size, Width, Flags, Zone, Data + Offset, Status + Offset);
-        }
-        if ((Flags & MEM_ACCESS_ITEM_RETRY) && Got < Size) {
-            Got = ReadMemItemWise(Address + Offset, Size, Width, Flags, Zone, Data + Offset, Status + Offset);
-        }
-        Sum += Got;
-        if (Progress) {
-            DeviceEvents::PostProgressValue(static_cast<int>(i));
-        }
-    }
+    const U32 Sum = RunChunks(
+        Count, Chunk, Flags, "Reading Memory...",
+        [&](U32 Offset, U32 Size) {
+            return ReadMemSimple(Address + Offset, Size, Width, Flags, Zone, Data + Offset, Status + Offset);
+        },
+        [&](U32 Offset, U32 Size) {
+            return ReadMemItemWise(Address + Offset, Size, Width, Flags, Zone, Data + Offset,
+                                   Status + Offset);
+        });
     if (IsTargetHalted()) {
         DeviceEvents::PostEndProgress();
     }
@@ -241,33 +254,14 @@ U32 CDevice::WriteMemChunkWise(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 
     if (!Data) {
         return 0;
     }
-    if (Chunk == 0 || Chunk > Count) {
-        Chunk = Count;
-    }
-    const U32 Chunks = (Count + Chunk - 1) / Chunk;
-    const bool Progress = Count > PROGRESS_ABOVE;
-    if (Progress) {
-        DeviceEvents::PostProgressMsg("Writing Memory...");
-        if (Chunks > 1) {
-            DeviceEvents::PostStartProgress(0, static_cast<int>(Chunks - 1));
-        }
-    }
-    U32 Sum = 0;
-    for (U32 i = 0; i < Chunks; ++i) {
-        const U32 Offset = i * Chunk;
-        const U32 Size = qMin(Chunk, Count - Offset);
-        U32 Done = 0;
-        if (Size != Count) {
-            Done = WriteMemSimple(Address + Offset, Size, Width, Zone, Data + Offset);
-        }
-        if ((Flags & MEM_ACCESS_ITEM_RETRY) && Done < Size) {
-            Done = WriteMemItemWise(Address + Offset, Size, Width, Zone, Data + Offset);
-        }
-        Sum += Done;
-        if (Progress) {
-            DeviceEvents::PostProgressValue(static_cast<int>(i));
-        }
-    }
+    const U32 Sum = RunChunks(
+        Count, Chunk, Flags, "Writing Memory...",
+        [&](U32 Offset, U32 Size) {
+            return WriteMemSimple(Address + Offset, Size, Width, Zone, Data + Offset);
+        },
+        [&](U32 Offset, U32 Size) {
+            return WriteMemItemWise(Address + Offset, Size, Width, Zone, Data + Offset);
+        });
     DeviceEvents::PostEndProgress();
     return Sum;
 }

@@ -11,12 +11,19 @@
 
 namespace probetest {
 
-ProcessResult RunProcess(const std::vector<std::string>& Argv, int TimeoutMs, const std::string& Input) {
-    ProcessResult R;
-    int Out[2], In[2];
-    if (pipe2(Out, O_CLOEXEC) < 0 || pipe2(In, O_CLOEXEC) < 0) {
-        R.Output = "pipe failed";
-        return R;
+namespace {
+
+/// Starts Argv in a process group of its own, stdout and stderr on one pipe, killed with its parent. The
+/// write end of its stdin and the read end of its output go to In and Out; -1 if it could not start.
+pid_t Spawn(const std::vector<std::string>& Argv, int* In, int* Out) {
+    int OutPipe[2], InPipe[2];
+    if (Argv.empty() || pipe2(OutPipe, O_CLOEXEC) < 0) {
+        return -1;
+    }
+    if (pipe2(InPipe, O_CLOEXEC) < 0) {
+        close(OutPipe[0]);
+        close(OutPipe[1]);
+        return -1;
     }
     std::vector<std::string> Args = Argv;
     std::vector<char*> CArgs;
@@ -32,25 +39,39 @@ ProcessResult RunProcess(const std::vector<std::string>& Argv, int TimeoutMs, co
         if (getppid() != Parent) {
             _exit(127);
         }
-        dup2(In[0], 0);
-        dup2(Out[1], 1);
-        dup2(Out[1], 2);
+        dup2(InPipe[0], 0);
+        dup2(OutPipe[1], 1);
+        dup2(OutPipe[1], 2);
         execvp(CArgs[0], CArgs.data());
         _exit(127);
     }
-    close(Out[1]);
-    close(In[0]);
+    close(OutPipe[1]);
+    close(InPipe[0]);
     if (Pid < 0) {
-        close(Out[0]);
-        close(In[1]);
-        R.Output = "fork failed";
-        return R;
+        close(OutPipe[0]);
+        close(InPipe[1]);
+        return -1;
     }
     setpgid(Pid, Pid);
-    if (!Input.empty()) {
-        (void)!write(In[1], Input.data(), Input.size());
+    *In = InPipe[1];
+    *Out = OutPipe[0];
+    return Pid;
+}
+
+} // namespace
+
+ProcessResult RunProcess(const std::vector<std::string>& Argv, int TimeoutMs, const std::string& Input) {
+    ProcessResult R;
+    int In = -1, Out = -1;
+    const pid_t Pid = Spawn(Argv, &In, &Out);
+    if (Pid < 0) {
+        R.Output = "could not start the process";
+        return R;
     }
-    close(In[1]);
+    if (!Input.empty()) {
+        (void)!write(In, Input.data(), Input.size());
+    }
+    close(In);
     using Clock = std::chrono::steady_clock;
     const auto Deadline = Clock::now() + std::chrono::milliseconds(TimeoutMs);
     char Buffer[4096];
@@ -62,7 +83,7 @@ ProcessResult RunProcess(const std::vector<std::string>& Argv, int TimeoutMs, co
             kill(-Pid, SIGKILL);
             break;
         }
-        pollfd P{Out[0], POLLIN, 0};
+        pollfd P{Out, POLLIN, 0};
         const int N = poll(&P, 1, Left);
         if (N < 0 && errno == EINTR) {
             continue;
@@ -70,13 +91,13 @@ ProcessResult RunProcess(const std::vector<std::string>& Argv, int TimeoutMs, co
         if (N == 0) {
             continue;
         }
-        const ssize_t Got = read(Out[0], Buffer, sizeof Buffer);
+        const ssize_t Got = read(Out, Buffer, sizeof Buffer);
         if (Got <= 0) {
             break;
         }
         R.Output.append(Buffer, static_cast<size_t>(Got));
     }
-    close(Out[0]);
+    close(Out);
     int Status = 0;
     while (waitpid(Pid, &Status, 0) < 0 && errno == EINTR) {
     }
@@ -105,39 +126,8 @@ ChildProcess::~ChildProcess() {
 }
 
 bool ChildProcess::Start(const std::vector<std::string>& Argv) {
-    int Out[2], In[2];
-    if (pipe2(Out, O_CLOEXEC) < 0 || pipe2(In, O_CLOEXEC) < 0) {
-        return false;
-    }
-    std::vector<std::string> Args = Argv;
-    std::vector<char*> CArgs;
-    for (std::string& A : Args) {
-        CArgs.push_back(A.data());
-    }
-    CArgs.push_back(nullptr);
-    const pid_t Parent = getpid();
-    m_Pid = fork();
-    if (m_Pid == 0) {
-        setpgid(0, 0);
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != Parent) {
-            _exit(127);
-        }
-        dup2(In[0], 0);
-        dup2(Out[1], 1);
-        dup2(Out[1], 2);
-        execvp(CArgs[0], CArgs.data());
-        _exit(127);
-    }
-    close(Out[1]);
-    close(In[0]);
-    m_In = In[1];
-    m_Out = Out[0];
-    if (m_Pid < 0) {
-        return false;
-    }
-    setpgid(m_Pid, m_Pid);
-    return true;
+    m_Pid = Spawn(Argv, &m_In, &m_Out);
+    return m_Pid > 0;
 }
 
 bool ChildProcess::WriteLine(const std::string& Line) {

@@ -71,24 +71,29 @@ CScriptNode* ReadSymbol(CScriptHeap* H) {
     return Sym;
 }
 
+/// The qualifiers from Sym on go to Owner; the symbol after them must be a base type. Null after an error.
+CScriptNode* ReadBaseType(CScriptHeap* H, CScriptNode* Owner, CScriptNode* Sym) {
+    while (Sym && Sym->Kind == NK_QUALIFIER) {
+        if (!AddAttribute(H, Owner, Sym, false)) {
+            return nullptr;
+        }
+        Sym = ReadSymbol(H);
+    }
+    if (Sym && !IsBaseKind(Sym->Kind)) {
+        Error(H, "syntax error.");
+        return nullptr;
+    }
+    return Sym;
+}
+
 /// Qualifiers, a base type, an optional "*" and the name.
 CScriptNode* ParseParameter(CScriptHeap* H) {
     CScriptNode* Param = NewNodeLow(H, NK_VARIABLE);
     if (!Param) {
         return nullptr;
     }
-    CScriptNode* Sym = ReadSymbol(H);
-    while (Sym && Sym->Kind == NK_QUALIFIER) {
-        if (!AddAttribute(H, Param, Sym, false)) {
-            return nullptr;
-        }
-        Sym = ReadSymbol(H);
-    }
+    CScriptNode* Sym = ReadBaseType(H, Param, ReadSymbol(H));
     if (!Sym) {
-        return nullptr;
-    }
-    if (!IsBaseKind(Sym->Kind)) {
-        Error(H, "syntax error.");
         return nullptr;
     }
     CScriptNode* Type = Sym;
@@ -169,17 +174,8 @@ CScriptNode* ParseFunctionHead(CScriptHeap* H) {
         }
         Sym = ReadSymbol(H);
     }
-    while (Sym && Sym->Kind == NK_QUALIFIER) {
-        if (!AddAttribute(H, Holder, Sym, false)) {
-            return nullptr;
-        }
-        Sym = ReadSymbol(H);
-    }
+    Sym = ReadBaseType(H, Holder, Sym);
     if (!Sym) {
-        return nullptr;
-    }
-    if (!IsBaseKind(Sym->Kind)) {
-        Error(H, "syntax error.");
         return nullptr;
     }
     Holder->Ref.Target = Sym;

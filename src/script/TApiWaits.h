@@ -1,47 +1,13 @@
 #pragma once
 
+#include "app/core/JobTypes.h"
 #include "app/core/Types.h"
 
 /// Which device job a script command waits for before the script's next line runs, and the device's side
 /// of that wait. The device thread installs its side when it exists; until then no command waits.
 namespace TapiWaits {
 
-/// Kinds of device jobs, with the device thread's fixed numbers.
-enum JOB_KINDS : U32 {
-    JT_NONE = 0,
-    JT_CONNECT = 1,
-    JT_DISCONNECT = 2,
-    JT_RESET = 3,
-    JT_HALT = 4,
-    JT_CONTINUE = 5,
-    JT_STEP_INST = 6,
-    JT_STEP_INTO = 7,
-    JT_STEP_OVER = 8,
-    JT_STEP_OUT = 9,
-    JT_RUN_TO = 11,
-    JT_EXEC_TARVO_CMD = 12,
-    JT_SET_BP = 13,
-    JT_SET_BPS = 14,
-    JT_CLEAR_BP = 15,
-    JT_CLEAR_BPS = 16,
-    JT_CLEAR_ALL_BPS = 17,
-    JT_SET_WPS = 19,
-    JT_CLEAR_WPS = 20,
-    JT_CLEAR_ALL_WPS = 21,
-    JT_SET_TPS = 22,
-    JT_CLEAR_TPS = 23,
-    JT_CLEAR_ALL_TPS = 24,
-    JT_WRITE_REG = 26,
-    JT_WRITE_CP_REG = 28,
-    JT_END_DOWNLOAD = 30,
-    JT_READ_MEM = 31,
-    JT_WRITE_MEM = 32,
-    JT_START_SWO_TRACE = 44,
-    JT_START_MCT = 48,
-    JT_STOP_MCT = 49,
-    JT_CONFIGURE = 60,
-    JT_SET_CONFIG_PARAM = 61,
-};
+using JOB_KINDS = JOB_TYPES;
 
 enum WAIT_OPS : U8 {
     WAIT_NONE,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/core/JobTypes.h"
 #include "app/core/Types.h"
 
 #include <QMetaType>
@@ -37,79 +38,6 @@ enum DOWNLOAD_MODES : U32 {
     DOWNLOAD_PROGRAM = 0,   ///< the program of the debug session
     DOWNLOAD_DATA_FILE = 1, ///< a file that the user chose
     DOWNLOAD_SILENT = 2,    ///< a file chosen at the session's start, without handler and follow-ups
-};
-
-/// Job kinds with their fixed numbers. 0 marks a free slot; 10, 67 and 68 are selectors, no jobs.
-enum JOB_TYPES : U32 {
-    JT_NONE = 0,
-    JT_CONNECT = 1,
-    JT_DISCONNECT = 2,
-    JT_RESET = 3,
-    JT_HALT = 4,
-    JT_CONTINUE = 5,
-    JT_STEP_INST = 6,
-    JT_STEP_INTO = 7,
-    JT_STEP_OVER = 8,
-    JT_STEP_OUT = 9,
-    JT_STEP = 10, ///< the four step kinds, in IsJobPending
-    JT_RUN_TO = 11,
-    JT_EXEC_TARVO_CMD = 12,
-    JT_SET_BP = 13,
-    JT_SET_BPS = 14,
-    JT_CLEAR_BP = 15,
-    JT_CLEAR_BPS = 16,
-    JT_CLEAR_ALL_BPS = 17,
-    JT_RESET_BPS = 18,
-    JT_SET_WPS = 19,
-    JT_CLEAR_WPS = 20,
-    JT_CLEAR_ALL_WPS = 21,
-    JT_SET_TPS = 22,
-    JT_CLEAR_TPS = 23,
-    JT_CLEAR_ALL_TPS = 24,
-    JT_READ_REG = 25,
-    JT_WRITE_REG = 26,
-    JT_READ_CP_REG = 27,
-    JT_WRITE_CP_REG = 28,
-    JT_READ_REGS = 29,
-    JT_END_DOWNLOAD = 30,
-    JT_READ_MEM = 31,
-    JT_WRITE_MEM = 32,
-    JT_WRITE_MEM_MULTIPLE = 33,
-    JT_READ_BYTE = 34,
-    JT_WRITE_BYTE = 35,
-    JT_READ_LOCS = 36,
-    JT_ENABLE_SIMPLE_TRACE = 37,
-    JT_DISABLE_SIMPLE_TRACE = 38,
-    JT_START_SIMPLE_TRACE = 39,
-    JT_STOP_SIMPLE_TRACE = 40,
-    JT_READ_SIMPLE_TRACE = 41,
-    JT_READ_INST_STATS = 42,
-    JT_FLUSH_STRACE_BUFFER = 43,
-    JT_START_SWO_TRACE = 44,
-    JT_STOP_SWO_TRACE = 45,
-    JT_READ_SWO_TRACE = 46,
-    JT_SWO_GET_COMPAT_SPEEDS = 47,
-    JT_START_MCT = 48,
-    JT_STOP_MCT = 49,
-    JT_FLUSH_MCT = 50,
-    JT_READ_MCT = 51,
-    JT_WRITE_MCT = 52,
-    JT_START_HSS = 53,
-    JT_STOP_HSS = 54,
-    JT_READ_HSS = 55,
-    JT_START_POWER_TRACE = 56,
-    JT_STOP_POWER_TRACE = 57,
-    JT_READ_POWER_TRACE = 58,
-    JT_FLUSH_POWER_TRACE = 59,
-    JT_CONFIGURE = 60,
-    JT_SET_CONFIG_PARAM = 61,
-    JT_GET_DEVICE_INFO = 62,
-    JT_MEASURE_CORE_SPEED = 63,
-    JT_RESET_TARGET_EXEC_STATE = 64,
-    JT_SET_TARGET_EXEC_STATE = 65,
-    JT_SET_SH_INPUT_TEXT = 66,
-    JT_ANY = 67,  ///< every kind, in FindJob and CancelJobs
-    JT_LAST = 68, ///< the end of the numbering
 };
 
 /// The rings of the device.

@@ -24,6 +24,15 @@ int ElfBuilder::AddCode(const std::string& Name, U32 Addr, U32 Size) {
     return AddSection(S);
 }
 
+int ElfBuilder::AddData(const std::string& Name, U32 Addr, const QByteArray& Bytes) {
+    Section S;
+    S.Name = Name;
+    S.Flags = 3;
+    S.Addr = Addr;
+    S.Data = Bytes;
+    return AddSection(S);
+}
+
 void ElfBuilder::Put16(QByteArray& B, qsizetype At, U16 V) const {
     if (m_BigEndian) {
         V = static_cast<U16>((V >> 8) | (V << 8));

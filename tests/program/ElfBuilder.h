@@ -53,6 +53,8 @@ public:
     void AddSegment(const Segment& S) { m_Segments.push_back(S); }
     /// A PROGBITS section with SHF_ALLOC | SHF_EXECINSTR and Size bytes of a pattern.
     int AddCode(const std::string& Name, U32 Addr, U32 Size);
+    /// A writable, allocated section holding Bytes.
+    int AddData(const std::string& Name, U32 Addr, const QByteArray& Bytes);
 
     U16 Type = 2;
     U8 Class = 1;

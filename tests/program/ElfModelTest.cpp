@@ -49,12 +49,7 @@ protected:
     static ElfBuilder Program(bool BigEndian = false) {
         ElfBuilder B(BigEndian);
         const int Text = B.AddCode(".text", 0x100, 0x40);
-        ElfBuilder::Section Data;
-        Data.Name = ".data";
-        Data.Flags = 3;
-        Data.Addr = 0x20000000;
-        Data.Data = QByteArray::fromHex("0102030405060708");
-        const int DataIndex = B.AddSection(Data);
+        const int DataIndex = B.AddData(".data", 0x20000000, QByteArray::fromHex("0102030405060708"));
         B.AddSegment({1, Text, Text, -1, false});
         B.AddSegment({1, DataIndex, DataIndex, 0x140, false});
         B.Entry = 0x101;
@@ -226,12 +221,7 @@ TEST_F(ElfModel, OneFunctionPerAddressAndNoHiddenNames) {
 TEST_F(ElfModel, SizesFromNeighbours) {
     ElfBuilder B;
     const int Text = B.AddCode(".text", 0x100, 0x40);
-    ElfBuilder::Section Data;
-    Data.Name = ".data";
-    Data.Flags = 3;
-    Data.Addr = 0x1000;
-    Data.Data = QByteArray(0x20, '\0');
-    const int DataIndex = B.AddSection(Data);
+    const int DataIndex = B.AddData(".data", 0x1000, QByteArray(0x20, '\0'));
     ElfBuilder::Section Huge;
     Huge.Name = ".big";
     Huge.Type = 8;
@@ -266,12 +256,7 @@ TEST_F(ElfModel, SizesFromNeighbours) {
 
 TEST_F(ElfModel, ZeroSizedObjectAtTheEndOfItsSection) {
     ElfBuilder B;
-    ElfBuilder::Section Data;
-    Data.Name = ".data";
-    Data.Flags = 3;
-    Data.Addr = 0x1000;
-    Data.Data = QByteArray(0x10, '\0');
-    const int DataIndex = B.AddSection(Data);
+    const int DataIndex = B.AddData(".data", 0x1000, QByteArray(0x10, '\0'));
     B.AddSymbol({"last", 0x100C, 0, 1, 1, static_cast<U16>(DataIndex)});
     ELF_FILE* F = Open(B);
     ASSERT_NE(F, nullptr);

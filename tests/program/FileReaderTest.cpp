@@ -114,12 +114,7 @@ TEST_F(FileReader, ElfWithoutExtensionByItsIdentification) {
 TEST_F(FileReader, ElfBlocksCarryBothAddresses) {
     ElfBuilder B;
     const int Text = B.AddCode(".text", 0x100, 0x10);
-    ElfBuilder::Section Data;
-    Data.Name = ".data";
-    Data.Flags = 3;
-    Data.Addr = 0x20000000;
-    Data.Data = QByteArray::fromHex("AABBCCDD");
-    const int DataIndex = B.AddSection(Data);
+    const int DataIndex = B.AddData(".data", 0x20000000, QByteArray::fromHex("AABBCCDD"));
     B.AddSegment({1, Text, Text, -1, false});
     B.AddSegment({1, DataIndex, DataIndex, 0x110, false});
     ElfBuilder::Segment Bss{1, -1, -1, -1, false};

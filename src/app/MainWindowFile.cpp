@@ -8,22 +8,10 @@
 
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QRegularExpression>
 
 namespace {
 
 constexpr U32 CMD_FILE_OPEN = 2;
-
-bool MatchesAny(const QString& Name, const char* Patterns) {
-    for (const QString& P : QString::fromLatin1(Patterns).split(QLatin1Char(' '))) {
-        const QRegularExpression Re(QRegularExpression::wildcardToRegularExpression(P),
-                                    QRegularExpression::CaseInsensitiveOption);
-        if (Re.match(Name).hasMatch()) {
-            return true;
-        }
-    }
-    return false;
-}
 
 } // namespace
 
@@ -66,11 +54,11 @@ void CMainWindow::OpenFile(const QString& Path) {
         return;
     }
     const QString Name = QFileInfo(Path).fileName();
-    if (MatchesAny(Name, "*.tvproj")) {
+    if (Paths::MatchesAny(Name, "*.tvproj")) {
         OpenProject(Path);
-    } else if (MatchesAny(Name, "*.h *.c *.hpp *.cpp *.s")) {
+    } else if (Paths::MatchesAny(Name, "*.h *.c *.hpp *.cpp *.s")) {
         LogErrorMsg(QStringLiteral("Source documents cannot be opened yet: ") + Path);
-    } else if (MatchesAny(Name, "*.bin *.mot *.srec *.hex *.elf *.out *.axf") ||
+    } else if (Paths::MatchesAny(Name, "*.bin *.mot *.srec *.hex *.elf *.out *.axf") ||
                QFileInfo(Path).suffix().isEmpty()) {
         OpenDataFile(Path);
     } else {

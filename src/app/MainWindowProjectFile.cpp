@@ -20,7 +20,6 @@
 #include <QFileInfo>
 #include <QMenu>
 #include <QMenuBar>
-#include <QRegularExpression>
 
 namespace {
 
@@ -36,21 +35,10 @@ enum COMMAND_IDS : U32 {
 
 constexpr int MAX_RECENT_PROJECTS = 4;
 
-bool Matches(const QString& Name, const char* Patterns) {
-    for (const QString& P : QString::fromLatin1(Patterns).split(QLatin1Char(' '))) {
-        const QRegularExpression Re(QRegularExpression::wildcardToRegularExpression(P),
-                                    QRegularExpression::CaseInsensitiveOption);
-        if (Re.match(Name).hasMatch()) {
-            return true;
-        }
-    }
-    return false;
-}
-
 QStringList Filtered(const QStringList& List, const char* Patterns, int Max) {
     QStringList Kept;
     for (const QString& Path : List) {
-        if (Kept.size() < Max && !Kept.contains(Path) && Matches(QFileInfo(Path).fileName(), Patterns) &&
+        if (Kept.size() < Max && !Kept.contains(Path) && Paths::MatchesAny(QFileInfo(Path).fileName(), Patterns) &&
             QFileInfo(Path).isFile()) {
             Kept.append(Path);
         }
@@ -262,7 +250,7 @@ int CMainWindow::SaveProjectAs(const QString& Name) {
         Path += QStringLiteral(".tvproj");
     }
     const QFileInfo Info(Path);
-    bool Writable = Matches(Info.fileName(), "*.tvproj") && !Info.isDir();
+    bool Writable = Paths::MatchesAny(Info.fileName(), "*.tvproj") && !Info.isDir();
     if (Writable && Info.exists()) {
         // Opened for appending, so that the check leaves the file as it is.
         QFile Probe(Path);

@@ -63,3 +63,11 @@ TEST(PathsInstall, InstallDirIsTheExecutablesCanonicalDirectory) {
 }
 
 } // namespace
+
+TEST(PathsPatterns, FileNamesMatchAnyPatternInAnyCase) {
+    EXPECT_TRUE(Paths::MatchesAny("demo.ELF", "*.bin *.elf"));
+    EXPECT_TRUE(Paths::MatchesAny("a.hex", "*.bin  *.hex")) << "a doubled blank is no empty pattern";
+    EXPECT_FALSE(Paths::MatchesAny("", "*.bin  *.hex"));
+    EXPECT_FALSE(Paths::MatchesAny("demo.elf.bak", "*.elf")) << "the whole name must match";
+    EXPECT_FALSE(Paths::MatchesAny("demo.elf", ""));
+}

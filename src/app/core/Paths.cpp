@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QRegularExpression>
 
 namespace Paths {
 namespace {
@@ -114,6 +115,17 @@ QString GetDefaultDir(const QString& FileName) {
         return GetPluginDir();
     }
     return GetInstallDir();
+}
+
+bool MatchesAny(const QString& Name, const char* Patterns) {
+    for (const QString& P : QString::fromLatin1(Patterns).split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+        const QRegularExpression Re(QRegularExpression::wildcardToRegularExpression(P),
+                                    QRegularExpression::CaseInsensitiveOption);
+        if (Re.match(Name).hasMatch()) {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace Paths

@@ -32,4 +32,7 @@ QString ExpandPath(const QString& Path);
 /// by suffix Config/Peripherals, Doc, Plugins or the install directory.
 QString GetDefaultDir(const QString& FileName);
 
+/// Whether a file name matches one of the blank-separated wildcard patterns ("*.elf *.hex"), in any case.
+bool MatchesAny(const QString& Name, const char* Patterns);
+
 } // namespace Paths

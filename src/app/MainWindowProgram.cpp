@@ -31,10 +31,28 @@ enum COMMAND_IDS : U32 {
 };
 
 constexpr int MAX_RECENT_PROGRAMS = 10;
+/// The catalogue's "file not found: %s" of the file readers.
+constexpr int CATALOG_FILE_NOT_FOUND = 95;
 
 QString AddressText(I64 Value) {
     return QStringLiteral("0x") +
            QString::number(static_cast<U32>(Value), 16).toUpper().rightJustified(8, QLatin1Char('0'));
+}
+
+/// Why a record or binary file gave nothing, once and in its own words.
+void ReportUnreadableDataFile(const QString& Path) {
+    const int Reason = TFile::CheckDataFile(Path);
+    const QByteArray Name = Path.toUtf8();
+    if (Reason == CATALOG_FILE_NOT_FOUND) {
+        LogMessage(CatalogText(Reason, Name.constData()),
+                   GetCatalogRow(Reason)->Flags | MSG_FROM_PROGRAM_DATA);
+    } else if (Reason >= 0 && QFileInfo(Path).size() > 0) {
+        // The reason in the ELF parser's words, but no ELF error: a record or binary file has no header.
+        LogErrorMsg(QStringLiteral("Could not open file %1: %2")
+                        .arg(Path, QLatin1String(GetCatalogRow(Reason)->Text)));
+    } else {
+        LogErrorMsg(QStringLiteral("The file contains no loadable data: ") + Path);
+    }
 }
 
 } // namespace
@@ -132,16 +150,9 @@ bool CMainWindow::LoadProgramFile(const QString& Path) {
 }
 
 void CMainWindow::OnProgramLoaderFinished(const QString& Path, int Result) {
-    if (Result < 0 && !TFile::HasElfMagic(Path)) {
-        // The ELF parser has said why it failed; for a data file the reason is found here.
-        const int Reason = TFile::CheckDataFile(Path);
-        const QByteArray Name = Path.toUtf8();
-        if (Reason >= 0) {
-            LogMessage(CatalogText(Reason, Name.constData()),
-                       GetCatalogRow(Reason)->Flags | MSG_FROM_PROGRAM_DATA);
-        } else {
-            LogErrorMsg(QStringLiteral("The file contains no loadable data: ") + Path);
-        }
+    // A file that is ELF by its name or its bytes went to the ELF parser, which has said why it failed.
+    if (Result < 0 && !TFile::HasElfMagic(Path) && !TFile::IsElfFile(Path)) {
+        ReportUnreadableDataFile(Path);
     }
     OnDataFileOpened(Result < 0 ? QString() : Path);
 }

@@ -189,7 +189,7 @@ void CMainWindow::OnDataFileOpened(const QString& Path) {
             }
         }
     } else if (m_ProgramLoadMode == 1 && !Path.isEmpty()) {
-        DownloadProgram(Path, DOWNLOAD_DATA_FILE);
+        DownloadProgram(Path, DOWNLOAD_DATA_FILE, m_ProgramLoadAddress);
     }
     m_ProgramLoadMode = 0;
     m_ProgramOpenFlags = 0;

@@ -62,6 +62,10 @@ void CMainWindow::OnActionFileOpenTriggered() {
     } else {
         Path = Paths::ExpandPath(Args.first());
     }
+    // What opens under this path (the project, the program) is found again from any folder.
+    if (!Path.isEmpty()) {
+        Path = QFileInfo(Path).absoluteFilePath();
+    }
     if (!QFileInfo(Path).isFile()) {
         Commands::SetCommandError(CMD_FILE_OPEN, QStringLiteral("file not found"));
         return;

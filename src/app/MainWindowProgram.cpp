@@ -77,13 +77,16 @@ bool CMainWindow::OpenDataFile(const QString& Path) {
         CloseProgram();
         return true;
     }
-    // The new program takes the place of the former one in the recent list.
-    m_RecentPrograms.removeAll(Path);
-    const qsizetype Former = m_ProgramPath.isEmpty() ? -1 : m_RecentPrograms.indexOf(m_ProgramPath);
+    // The new program takes the place of the former one in the recent list, as an absolute path so that a
+    // start from another folder still finds it.
+    const QString Recent = QFileInfo(Path).absoluteFilePath();
+    m_RecentPrograms.removeAll(Recent);
+    const qsizetype Former =
+        m_ProgramPath.isEmpty() ? -1 : m_RecentPrograms.indexOf(QFileInfo(m_ProgramPath).absoluteFilePath());
     if (Former >= 0) {
-        m_RecentPrograms[Former] = Path;
+        m_RecentPrograms[Former] = Recent;
     } else {
-        m_RecentPrograms.prepend(Path);
+        m_RecentPrograms.prepend(Recent);
     }
     while (m_RecentPrograms.size() > MAX_RECENT_PROGRAMS) {
         m_RecentPrograms.removeLast();

@@ -168,12 +168,15 @@ void CMainWindow::AddRecentProject(const QString& Path, const QString& Replaced)
     if (Path.isEmpty()) {
         return;
     }
-    m_RecentProjects.removeAll(Path);
-    const qsizetype Old = Replaced.isEmpty() ? -1 : m_RecentProjects.indexOf(Replaced);
+    // Absolute, so that the next start from another folder still finds the file.
+    const QString Absolute = QFileInfo(Path).absoluteFilePath();
+    m_RecentProjects.removeAll(Absolute);
+    const qsizetype Old =
+        Replaced.isEmpty() ? -1 : m_RecentProjects.indexOf(QFileInfo(Replaced).absoluteFilePath());
     if (Old >= 0) {
-        m_RecentProjects[Old] = Path;
+        m_RecentProjects[Old] = Absolute;
     } else {
-        m_RecentProjects.prepend(Path);
+        m_RecentProjects.prepend(Absolute);
     }
     while (m_RecentProjects.size() > MAX_RECENT_PROJECTS) {
         m_RecentProjects.removeLast();

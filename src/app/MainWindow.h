@@ -98,6 +98,7 @@ public slots:
 
     // Commands of this window.
     void OnActionFileOpenTriggered();
+    void OnActionFileLoadTriggered();
     void OnActionFileExitTriggered();
     void OnActionEditCopyTriggered();
     void OnActionHelpAboutTriggered();
@@ -351,6 +352,8 @@ private:
     I32 m_PendingAction = 0;
     QString m_PendingProject;
     I32 m_ProgramLoadMode = 0;
+    /// Where File.Load puts the file, -1 for where the file says.
+    I64 m_ProgramLoadAddress = -1;
     U32 m_ProgramOpenFlags = 0;
     QTimer* m_PeriodicUpdateTimer = nullptr;
     QTimer* m_MessageBoxTimer = nullptr;

@@ -196,6 +196,7 @@ void CMainWindow::ConnectCommands() {
         void (CMainWindow::*Slot)();
     } Slots[] = {
         {2, &CMainWindow::OnActionFileOpenTriggered},
+        {4, &CMainWindow::OnActionFileLoadTriggered},
         {14, &CMainWindow::OnActionFileExitTriggered},
         {15, &CMainWindow::OnActionEditCopyTriggered},
         {16, &CMainWindow::OnActionEditPreferenceTriggered},

@@ -31,10 +31,28 @@ enum COMMAND_IDS : U32 {
 };
 
 constexpr int MAX_RECENT_PROGRAMS = 10;
+/// The catalogue's "file not found: %s" of the file readers.
+constexpr int CATALOG_FILE_NOT_FOUND = 95;
 
 QString AddressText(I64 Value) {
     return QStringLiteral("0x") +
            QString::number(static_cast<U32>(Value), 16).toUpper().rightJustified(8, QLatin1Char('0'));
+}
+
+/// Why a record or binary file gave nothing, once and in its own words.
+void ReportUnreadableDataFile(const QString& Path) {
+    const int Reason = TFile::CheckDataFile(Path);
+    const QByteArray Name = Path.toUtf8();
+    if (Reason == CATALOG_FILE_NOT_FOUND) {
+        LogMessage(CatalogText(Reason, Name.constData()),
+                   GetCatalogRow(Reason)->Flags | MSG_FROM_PROGRAM_DATA);
+    } else if (Reason >= 0 && QFileInfo(Path).size() > 0) {
+        // The reason in the ELF parser's words, but no ELF error: a record or binary file has no header.
+        LogErrorMsg(QStringLiteral("Could not open file %1: %2")
+                        .arg(Path, QLatin1String(GetCatalogRow(Reason)->Text)));
+    } else {
+        LogErrorMsg(QStringLiteral("The file contains no loadable data: ") + Path);
+    }
 }
 
 } // namespace
@@ -59,13 +77,16 @@ bool CMainWindow::OpenDataFile(const QString& Path) {
         CloseProgram();
         return true;
     }
-    // The new program takes the place of the former one in the recent list.
-    m_RecentPrograms.removeAll(Path);
-    const qsizetype Former = m_ProgramPath.isEmpty() ? -1 : m_RecentPrograms.indexOf(m_ProgramPath);
+    // The new program takes the place of the former one in the recent list, as an absolute path so that a
+    // start from another folder still finds it.
+    const QString Recent = QFileInfo(Path).absoluteFilePath();
+    m_RecentPrograms.removeAll(Recent);
+    const qsizetype Former =
+        m_ProgramPath.isEmpty() ? -1 : m_RecentPrograms.indexOf(QFileInfo(m_ProgramPath).absoluteFilePath());
     if (Former >= 0) {
-        m_RecentPrograms[Former] = Path;
+        m_RecentPrograms[Former] = Recent;
     } else {
-        m_RecentPrograms.prepend(Path);
+        m_RecentPrograms.prepend(Recent);
     }
     while (m_RecentPrograms.size() > MAX_RECENT_PROGRAMS) {
         m_RecentPrograms.removeLast();
@@ -132,16 +153,9 @@ bool CMainWindow::LoadProgramFile(const QString& Path) {
 }
 
 void CMainWindow::OnProgramLoaderFinished(const QString& Path, int Result) {
-    if (Result < 0 && !TFile::HasElfMagic(Path)) {
-        // The ELF parser has said why it failed; for a data file the reason is found here.
-        const int Reason = TFile::CheckDataFile(Path);
-        const QByteArray Name = Path.toUtf8();
-        if (Reason >= 0) {
-            LogMessage(CatalogText(Reason, Name.constData()),
-                       GetCatalogRow(Reason)->Flags | MSG_FROM_PROGRAM_DATA);
-        } else {
-            LogErrorMsg(QStringLiteral("The file contains no loadable data: ") + Path);
-        }
+    // A file that is ELF by its name or its bytes went to the ELF parser, which has said why it failed.
+    if (Result < 0 && !TFile::HasElfMagic(Path) && !TFile::IsElfFile(Path)) {
+        ReportUnreadableDataFile(Path);
     }
     OnDataFileOpened(Result < 0 ? QString() : Path);
 }
@@ -178,7 +192,7 @@ void CMainWindow::OnDataFileOpened(const QString& Path) {
             }
         }
     } else if (m_ProgramLoadMode == 1 && !Path.isEmpty()) {
-        DownloadProgram(Path, DOWNLOAD_DATA_FILE);
+        DownloadProgram(Path, DOWNLOAD_DATA_FILE, m_ProgramLoadAddress);
     }
     m_ProgramLoadMode = 0;
     m_ProgramOpenFlags = 0;

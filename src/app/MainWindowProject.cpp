@@ -11,7 +11,9 @@
 #include "app/core/CmdLineArgs.h"
 #include "app/core/CommandTable.h"
 #include "app/core/Log.h"
+#include "app/core/Paths.h"
 #include "app/core/SysVars.h"
+#include "probe/Tarvo.h"
 #include "script/Project.h"
 #include "script/ProjectText.h"
 #include "script/TScript.h"
@@ -25,6 +27,8 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QTimer>
+
+#include <cstring>
 
 namespace {
 
@@ -251,6 +255,18 @@ QString CMainWindow::AskSaveProjectPath() {
 
 QStringList CMainWindow::MakeCmdLineLines(bool Report) const {
     const CCmdLineArgs Args = GetCmdLineArgs();
+    // The device's entry in the probe library's table names its core, and the core its plug-in.
+    QString CorePlugin;
+    const QByteArray Device = Args.Device.toUtf8();
+    const int Index = Device.isEmpty() ? -1 : TARVOARM_DEVICE_GetIndex(Device.constData());
+    TARVO_DEVICE_INFO Entry;
+    std::memset(&Entry, 0, sizeof(Entry));
+    Entry.SizeOfStruct = sizeof(Entry);
+    if (Index > 0 && TARVOARM_DEVICE_GetInfo(Index, &Entry) >= 0) {
+        CorePlugin = CorePluginLoader::ChoosePath(Entry.Core, false);
+    } else if (Report) {
+        LogErrorMsg(QStringLiteral("Invalid device name supplied to function GetDeviceInfo."));
+    }
     const struct {
         const QString& Value;
         const char* Name;
@@ -288,6 +304,14 @@ QStringList CMainWindow::MakeCmdLineLines(bool Report) const {
             LogWarnMsg(QStringLiteral("Scan chain settings not understood: ") + Args.JTAGConfig);
         }
     }
+    if (!CorePlugin.isEmpty()) {
+        // Under the install directory the line holds for any copy of the installation.
+        const QString Install = Paths::GetInstallDir();
+        if (!Install.isEmpty() && CorePlugin.startsWith(Install + QLatin1Char('/'))) {
+            CorePlugin = QStringLiteral("$(InstallDir)") + CorePlugin.mid(Install.size());
+        }
+        Lines << CommandLine("Project.SetCorePlugin", {CorePlugin});
+    }
     if (!Args.ProgramFile.isEmpty()) {
         Lines << CommandLine("File.Open", {Args.ProgramFile});
     }
@@ -299,7 +323,8 @@ bool CMainWindow::CreateProjectFromCmdLine() {
     if (Lines.isEmpty()) {
         return false;
     }
-    const QString ProjectFile = GetCmdLineArgs().ProjectFile;
+    const QString Given = GetCmdLineArgs().ProjectFile;
+    const QString ProjectFile = Given.isEmpty() ? QString() : QFileInfo(Given).absoluteFilePath();
     CProject* Project = CProject::Instance();
     if (!ProjectFile.isEmpty() && QFileInfo(ProjectFile).isFile()) {
         Project->WriteProjectSettings(Lines, ProjectFile);

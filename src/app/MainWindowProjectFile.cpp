@@ -38,8 +38,8 @@ constexpr int MAX_RECENT_PROJECTS = 4;
 QStringList Filtered(const QStringList& List, const char* Patterns, int Max) {
     QStringList Kept;
     for (const QString& Path : List) {
-        if (Kept.size() < Max && !Kept.contains(Path) && Paths::MatchesAny(QFileInfo(Path).fileName(), Patterns) &&
-            QFileInfo(Path).isFile()) {
+        if (Kept.size() < Max && !Kept.contains(Path) &&
+            Paths::MatchesAny(QFileInfo(Path).fileName(), Patterns) && QFileInfo(Path).isFile()) {
             Kept.append(Path);
         }
     }
@@ -107,6 +107,15 @@ void CMainWindow::ConnectProject() {
     Project->SetAskSaveAsHook([this]() { return AskSaveProjectPath(); });
     Project->SetUserFunctionRunner([this](int Id) { return ExecUserFunction(Id); });
     Project->SetCmdLineLinesHook([this]() { return MakeCmdLineLines(false); });
+    Project->SetConfirmChangedFileHook([this](const QString& Path) {
+        // Unattended, a file that someone else changed is left alone.
+        return MessageBox::Ask(this, QStringLiteral("Project File Changed"),
+                               QStringLiteral("The project file %1 was changed by another program since it "
+                                              "was read.\n\nSave the file as it is now, with the settings of "
+                                              "this session in OnProjectLoad?")
+                                   .arg(Path),
+                               QMessageBox::Yes | QMessageBox::No, QMessageBox::No) == QMessageBox::Yes;
+    });
     Project->SetProbeSettingsHook([]() {
         const CDeviceConfig& Config = GetDeviceConfig();
         ProjectText::PROBE_SETTINGS Probe;
@@ -159,12 +168,15 @@ void CMainWindow::AddRecentProject(const QString& Path, const QString& Replaced)
     if (Path.isEmpty()) {
         return;
     }
-    m_RecentProjects.removeAll(Path);
-    const qsizetype Old = Replaced.isEmpty() ? -1 : m_RecentProjects.indexOf(Replaced);
+    // Absolute, so that the next start from another folder still finds the file.
+    const QString Absolute = QFileInfo(Path).absoluteFilePath();
+    m_RecentProjects.removeAll(Absolute);
+    const qsizetype Old =
+        Replaced.isEmpty() ? -1 : m_RecentProjects.indexOf(QFileInfo(Replaced).absoluteFilePath());
     if (Old >= 0) {
-        m_RecentProjects[Old] = Path;
+        m_RecentProjects[Old] = Absolute;
     } else {
-        m_RecentProjects.prepend(Path);
+        m_RecentProjects.prepend(Absolute);
     }
     while (m_RecentProjects.size() > MAX_RECENT_PROJECTS) {
         m_RecentProjects.removeLast();

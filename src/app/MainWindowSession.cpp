@@ -26,6 +26,7 @@
 namespace {
 
 enum COMMAND_IDS : U32 {
+    CMD_FILE_LOAD = 4,
     CMD_DEBUG_START = 30,
     CMD_DEBUG_STOP = 31,
     CMD_DEBUG_CONNECT = 32,
@@ -378,6 +379,7 @@ void CMainWindow::UpdateSessionActions() {
     // The download waits while a program file is being read.
     const bool Reading = m_ProgramLoader && m_ProgramLoader->IsRunning();
     Commands::SetCommandEnabled(CMD_DEBUG_DOWNLOAD, Plugin && !Reading);
+    Commands::SetCommandEnabled(CMD_FILE_LOAD, Connected && !Reading);
     for (U32 Id : {CMD_EXEC_CONNECT, CMD_EXEC_RESET, CMD_EXEC_DOWNLOAD, CMD_EXEC_COMMAND}) {
         Commands::SetCommandEnabled(Id, true);
     }

@@ -285,8 +285,8 @@ ELF_FILE* ELF_Open(const QString& Path, bool ParseDebugInfo) {
         return nullptr;
     }
     File->Loaded = true;
-    ELF_ResolveRelocations();
     St.Parsing = false;
+    // Resolves the relocation records against the file; while parsing, the look-ups would find nothing.
     ELF_SetCurrentFile(File);
     return File;
 }
@@ -327,6 +327,9 @@ void ELF_SetCurrentFile(ELF_FILE* File) {
     State& St = S();
     St.Current = ELF_GetSlotIndex(File) >= 0 ? File : nullptr;
     St.CurrentByteOrder = ELF_GetByteOrder(St.Current);
+    // Names in the relocation records mean sections and symbols of the current file: a data file read
+    // beside the program borrows the table, and giving the program back resolves it against it again.
+    ELF_ResolveRelocations();
     RebuildSegmentTable();
     RebuildAddrBounds();
 }

@@ -123,7 +123,8 @@ void ELF_LogErrorRecord(const ELF_ERROR_RECORD& Record, void* User);
 
 /// The file that address translation and the handle-free queries work on.
 ELF_FILE* ELF_GetCurrentFile();
-/// Makes File current and rebuilds the byte order flag, the segment table and the address bounds.
+/// Makes File current and rebuilds the byte order flag, the relocation ranges, the segment table and the
+/// address bounds.
 void ELF_SetCurrentFile(ELF_FILE* File);
 /// Slot index of an open file, or -1.
 int ELF_GetSlotIndex(const ELF_FILE* File);

@@ -8,8 +8,8 @@
 #include "app/core/Paths.h"
 #include "script/ProjectPaths.h"
 #include "script/TScript.h"
+#include "script/TextCodec.h"
 
-#include <QFile>
 #include <QFileInfo>
 #include <QTimer>
 
@@ -19,11 +19,9 @@ namespace {
 constexpr int OPEN_POLL_MS = 10;
 
 QString ReadText(const QString& Path) {
-    QFile File(Path);
-    if (Path.isEmpty() || !File.open(QIODevice::ReadOnly)) {
-        return QString();
-    }
-    return QString::fromUtf8(File.readAll());
+    QString Text;
+    TextCodec::ReadFile(Path, Text);
+    return Text;
 }
 
 QString Catalog(int Index, const QString& Arg = QString()) {

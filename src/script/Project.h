@@ -55,6 +55,11 @@ public:
     }
     /// The settings lines that the command line makes, empty when it makes none.
     void SetCmdLineLinesHook(std::function<QStringList()> Hook) { m_CmdLineLines = std::move(Hook); }
+    /// Asked before the session's settings go into a project file that another program changed since it
+    /// was read; true to write them into the file as it is now. Without it such a save is refused.
+    void SetConfirmChangedFileHook(std::function<bool(const QString& Path)> Hook) {
+        m_ConfirmChangedFile = std::move(Hook);
+    }
     void SetChecks(IProjectChecks* Checks) { m_Checks = Checks; }
 
     bool IsLoaded() const { return m_Loaded; }
@@ -90,8 +95,10 @@ public:
     /// Makes the script a generated one of these settings lines and runs OnProjectLoad; the project is
     /// then modified. TScript::Parse's result.
     int CreateFromLines(const QStringList& Lines);
-    /// Writes the project to a new file: the loaded text (user functions included) with its settings
-    /// lines made anew, or a generated text. The project then has that path and isn't modified.
+    /// Writes the project to Path: the project's file as it is on disk now (user functions and all) with
+    /// its settings lines made anew, or a generated text for a project that has no file. A file changed
+    /// by another program since it was read is written only on SetConfirmChangedFileHook's consent; a
+    /// script that failed is copied as it stands. The project then has that path and isn't modified.
     bool SaveNew(const QString& Path);
     /// Replaces commands in OnProjectLoad of the file at Path (see ProjectText::ReplaceSettings).
     /// Patterns are regular expressions of lines to drop (ProjectText::CommandPattern).
@@ -167,5 +174,6 @@ private:
     std::function<int(int)> m_RunUserFunction;
     std::function<ProjectText::PROBE_SETTINGS()> m_ProbeSettings;
     std::function<QStringList()> m_CmdLineLines;
+    std::function<bool(const QString&)> m_ConfirmChangedFile;
     IProjectChecks* m_Checks = nullptr;
 };

@@ -8,20 +8,12 @@
 #include "app/core/ScriptConstants.h"
 #include "app/core/SysVars.h"
 #include "script/TScript.h"
+#include "script/TextCodec.h"
 
-#include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
 
 namespace {
-
-QString ReadText(const QString& Path) {
-    QFile File(Path);
-    if (Path.isEmpty() || !File.open(QIODevice::ReadOnly)) {
-        return QString();
-    }
-    return QString::fromUtf8(File.readAll());
-}
 
 /// Patterns that drop the earlier lines of the commands that Lines give again. A path substitute is one
 /// of possibly many of the user's: only the very same line goes.
@@ -117,33 +109,48 @@ bool CProject::SaveNew(const QString& Path) {
         }
     }
 
+    // The base is the project's file as it is on disk now: whatever the user or a dialog put there since
+    // the script was loaded stays. The text in memory counts only for a project that has no file.
     const QStringList Lines = NewProjectLines(Path);
-    QString Base = QString::fromUtf8(TScript::GetScriptText());
-    const bool Loaded = !Base.isEmpty();
-    if (!Loaded) {
-        Base = ReadText(OldPath);
+    const bool Running = !TScript::GetScriptText().isEmpty();
+    TextCodec::TEXT_FORM Form = TScript::GetFileForm();
+    QByteArray Raw;
+    QString Base;
+    const bool OnDisk = QFileInfo(OldPath).isFile() && TextCodec::ReadFile(OldPath, Base, &Form, &Raw);
+    if (!OnDisk && Running) {
+        Base = QString::fromUtf8(TScript::GetScriptText());
     }
     QString Text;
-    if (!Base.isEmpty() && (!Loaded || TScript::HasError())) {
+    if (!Base.isEmpty() && (!Running || TScript::HasError())) {
         // A script that failed hasn't set the session up: its settings lines stay as the user wrote them.
         Text = Base;
     } else if (!Base.isEmpty()) {
+        if (OnDisk && TScript::HashText(Raw) != TScript::GetScriptHash() &&
+            !(m_ConfirmChangedFile && m_ConfirmChangedFile(OldPath))) {
+            Restore();
+            m_LastWriteError = QStringLiteral("the project file was changed by another program: ") + OldPath;
+            LogErrorMsg(QStringLiteral("Project not saved: ") + m_LastWriteError);
+            return false;
+        }
         const ProjectText::WRITE_RESULT R =
             ProjectText::ReplaceSettings(Base, true, PatternsOfLines(Lines), Lines);
         for (const QString& Line : R.Log) {
             LogDebugMsg(Line);
         }
-        if (R.Ok) {
-            Text = R.Text;
+        if (!R.Ok) {
+            // Never a generated text over a file of the user's.
+            Restore();
+            return Fail(R.Error);
         }
+        Text = R.Text;
     }
     if (Text.isEmpty()) {
         Text = TScript::GenerateProjectText(Lines);
-        if (!Loaded) {
+        if (!Running) {
             TScript::Parse(Text);
         }
     }
-    if (TScript::SetText(Path, Text) < 0) {
+    if (TScript::SetText(Path, Text, &Form) < 0) {
         Restore();
         m_LastWriteError = QStringLiteral("file could not be written");
         LogErrorMsg(QStringLiteral("Could not write project file ") + Path);
@@ -168,12 +175,11 @@ bool CProject::WriteSettings(const QString& Path, bool Prepend, const QStringLis
         }
         Target = Chosen;
     }
-    QFile File(Target);
-    if (!File.open(QIODevice::ReadOnly)) {
+    QString Text;
+    TextCodec::TEXT_FORM Form;
+    if (!TextCodec::ReadFile(Target, Text, &Form)) {
         return Fail(QStringLiteral("file contents could not be read"));
     }
-    const QString Text = QString::fromUtf8(File.readAll());
-    File.close();
     const ProjectText::WRITE_RESULT R = ProjectText::ReplaceSettings(Text, Prepend, Patterns, Lines);
     for (const QString& Line : R.Log) {
         LogWarnMsg(Line);
@@ -181,7 +187,7 @@ bool CProject::WriteSettings(const QString& Path, bool Prepend, const QStringLis
     if (!R.Ok) {
         return Fail(R.Error);
     }
-    if (TScript::SetText(Target, R.Text) < 0) {
+    if (TScript::SetText(Target, R.Text, &Form) < 0) {
         return Fail(QStringLiteral("file could not be written"));
     }
     return true;

@@ -6,6 +6,7 @@
 #include "script/Interp.h"
 #include "script/TApi.h"
 #include "script/TScriptInternal.h"
+#include "script/TextCodec.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -31,6 +32,7 @@ struct SCRIPT_STATE {
     CScriptHeap* Interp = nullptr;
     QByteArray ScriptText;
     U32 ScriptHash = 0;
+    TextCodec::TEXT_FORM FileForm; ///< how the script's file stood on disk, for writing it back alike
     QString ScriptPath;
     QString ScriptDir;
     I32 CallLevel = 0;
@@ -125,6 +127,7 @@ int Parse(const QString& Text) {
     }
     St.ErrorPending = 0;
     St.CurrentFunction = -1;
+    St.FileForm = TextCodec::TEXT_FORM();
     SetError(QString(), false);
 
     if (Text.isEmpty()) {
@@ -159,14 +162,23 @@ int Parse(const QString& Text) {
 }
 
 int Load(const QString& Path) {
-    QFile File(Path);
-    S().ScriptPath = Path;
-    S().ScriptDir = DirOf(Path);
-    if (!File.open(QIODevice::ReadOnly)) {
+    SCRIPT_STATE& St = S();
+    St.ScriptPath = Path;
+    St.ScriptDir = DirOf(Path);
+    QString Text;
+    TextCodec::TEXT_FORM Form;
+    QByteArray Raw;
+    if (!TextCodec::ReadFile(Path, Text, &Form, &Raw)) {
         SetError(QStringLiteral("file not found"), true);
         return -1;
     }
-    return Parse(QString::fromUtf8(File.readAll()));
+    const int Result = Parse(Text);
+    if (St.CallLevel == 0) {
+        // The hash of the bytes on disk, so that a change from outside shows whatever the encoding.
+        St.FileForm = Form;
+        St.ScriptHash = HashText(Raw);
+    }
+    return Result;
 }
 
 int LoadProject(const QString& Path) {
@@ -195,7 +207,7 @@ bool ReloadIfChanged() {
     if (Path.isEmpty() || !File.open(QIODevice::ReadOnly)) {
         return false;
     }
-    const U32 Hash = HashText(QString::fromUtf8(File.readAll()).toUtf8());
+    const U32 Hash = HashText(File.readAll());
     File.close();
     if (Hash == S().ScriptHash) {
         return false;
@@ -213,6 +225,7 @@ int Close() {
     ReleaseBlock();
     St.ScriptText.clear();
     St.ScriptHash = 0;
+    St.FileForm = TextCodec::TEXT_FORM();
     St.ScriptPath.clear();
     St.ScriptDir.clear();
     St.ClosingFlag = 0;
@@ -327,8 +340,10 @@ void ClearError() {
     ScriptInterp::ClearError(S().Interp);
 }
 
-int SetText(const QString& Path, const QString& Text) {
-    const QByteArray Bytes = Text.isEmpty() ? S().ScriptText : Text.toUtf8();
+int SetText(const QString& Path, const QString& Text, const TextCodec::TEXT_FORM* Form) {
+    TextCodec::TEXT_FORM Used = Form ? *Form : S().FileForm;
+    const QByteArray Bytes =
+        TextCodec::Encode(Text.isEmpty() ? QString::fromUtf8(S().ScriptText) : Text, Used);
     // Written beside the file and renamed over it at the end, so that a full disk or a crash never
     // leaves half a project behind.
     QSaveFile File(Path);
@@ -337,6 +352,7 @@ int SetText(const QString& Path, const QString& Text) {
         return -1;
     }
     S().ScriptHash = HashText(Bytes);
+    S().FileForm = Used;
     S().ScriptPath = Path;
     S().ScriptDir = DirOf(Path);
     return 0;
@@ -417,6 +433,9 @@ const QByteArray& GetScriptText() {
 }
 U32 GetScriptHash() {
     return S().ScriptHash;
+}
+TextCodec::TEXT_FORM GetFileForm() {
+    return S().FileForm;
 }
 QString GetScriptPath() {
     return S().ScriptPath;

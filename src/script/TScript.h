@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/core/Types.h"
+#include "script/TextCodec.h"
 
 #include <QByteArray>
 #include <QString>
@@ -49,9 +50,10 @@ bool HasError();
 /// Clears the pending error, in the host and in the interpreter.
 void ClearError();
 
-/// Writes Text (or, empty, the loaded text) to Path and takes it as the script's file and hash. The file is
-/// replaced whole or not at all: on any error the old file stays and -1 comes back.
-int SetText(const QString& Path, const QString& Text);
+/// Writes Text (or, empty, the loaded text) to Path and takes it as the script's file and hash. The bytes
+/// are in Form, or without it in the form of the script's own file (see TextCodec). The file is replaced
+/// whole or not at all: on any error the old file stays and -1 comes back.
+int SetText(const QString& Path, const QString& Text, const TextCodec::TEXT_FORM* Form = nullptr);
 /// Sets ScriptPath and ScriptDir without loading anything (a project made from lines, a project saved
 /// under a new name).
 void SetScriptPath(const QString& Path);
@@ -84,7 +86,10 @@ void RequestStop();
 CScriptHeap* GetInterpreter();
 const U8* GetHeapBlock();
 const QByteArray& GetScriptText();
+/// The hash of the script file's bytes as the program last read or wrote them.
 U32 GetScriptHash();
+/// How the script's file stood on disk; the default form for a script without one.
+TextCodec::TEXT_FORM GetFileForm();
 QString GetScriptPath();
 QString GetScriptDir();
 int GetCallLevel();

@@ -236,4 +236,71 @@ TEST_F(SessionFlow, MemorySavedToAFileLoadsBack) {
               "Exec.Download (\"/nowhere.elf\"); file not found");
 }
 
+/// An Intel Hex file of Bytes at Address: the upper half in an extended linear address record.
+QByteArray IntelHex(U32 Address, const QByteArray& Bytes) {
+    auto Record = [](U8 Type, U16 Offset, const QByteArray& Data) {
+        QByteArray Raw;
+        Raw.append(static_cast<char>(Data.size()));
+        Raw.append(static_cast<char>(Offset >> 8));
+        Raw.append(static_cast<char>(Offset & 0xFF));
+        Raw.append(static_cast<char>(Type));
+        Raw.append(Data);
+        U8 Sum = 0;
+        for (char C : Raw) {
+            Sum = static_cast<U8>(Sum + static_cast<U8>(C));
+        }
+        Raw.append(static_cast<char>(static_cast<U8>(-Sum)));
+        return ":" + Raw.toHex().toUpper() + "\n";
+    };
+    const char Upper[2] = {static_cast<char>(Address >> 24), static_cast<char>((Address >> 16) & 0xFF)};
+    return Record(4, 0, QByteArray(Upper, 2)) + Record(0, static_cast<U16>(Address), Bytes) +
+           Record(1, 0, QByteArray());
+}
+
+TEST_F(SessionFlow, FileLoadPutsADataFileIntoTargetMemory) {
+    constexpr U32 CMD_FILE_LOAD = 4;
+    Open(QString());
+    EXPECT_FALSE(Commands::IsCommandEnabled(CMD_FILE_LOAD)) << "nothing to load into";
+    Run("Debug.Connect");
+    ASSERT_TRUE(Settle());
+    EXPECT_TRUE(Commands::IsCommandEnabled(CMD_FILE_LOAD));
+    EXPECT_EQ(Commands::GetCommandAction(CMD_FILE_LOAD)->shortcut(), QKeySequence("Ctrl+Shift+L"));
+
+    QByteArray Bytes;
+    for (int i = 0; i < 48; ++i) {
+        Bytes.append(static_cast<char>(0xA0 + i));
+    }
+    const std::vector<U8> Expected(Bytes.begin(), Bytes.end());
+    const QString Bin = m_Dir.filePath(QStringLiteral("table.bin"));
+    QFile F(Bin);
+    ASSERT_TRUE(F.open(QIODevice::WriteOnly));
+    F.write(Bytes);
+    F.close();
+    Run("File.Load (\"" + Bin + "\", 0x20000200)");
+    ASSERT_TRUE(Settle());
+    EXPECT_EQ(tarvo::fake::Peek(0x20000200, 48), Expected);
+    EXPECT_EQ(Main()->GetProgramPath(), Bin) << "the file is the session's program file now";
+
+    // A record file goes where it says, or rebased to the address given.
+    const QString Hex = m_Dir.filePath(QStringLiteral("table.hex"));
+    QFile H(Hex);
+    ASSERT_TRUE(H.open(QIODevice::WriteOnly));
+    H.write(IntelHex(0x20000400, Bytes.left(16)));
+    H.close();
+    Run("File.Load (\"" + Hex + "\", 0xFFFFFFFF)");
+    ASSERT_TRUE(Settle());
+    EXPECT_EQ(tarvo::fake::Peek(0x20000400, 16), std::vector<U8>(Expected.begin(), Expected.begin() + 16));
+    Run("File.Load (\"" + Hex + "\", 0x20000600)");
+    ASSERT_TRUE(Settle());
+    EXPECT_EQ(tarvo::fake::Peek(0x20000600, 16), std::vector<U8>(Expected.begin(), Expected.begin() + 16));
+
+    EXPECT_EQ(Run("File.Load (\"/nowhere.bin\", 0x20000100)").last(),
+              "File.Load (\"/nowhere.bin\", 0x20000100); file not found");
+    EXPECT_EQ(Run("File.Load (\"" + Bin + "\", 0x123456789)").last(),
+              "File.Load (\"" + Bin + "\", 0x123456789); invalid parameter");
+    Run("Debug.Disconnect");
+    ASSERT_TRUE(Settle());
+    EXPECT_FALSE(Commands::IsCommandEnabled(CMD_FILE_LOAD));
+}
+
 } // namespace

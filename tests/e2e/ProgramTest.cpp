@@ -106,9 +106,18 @@ TEST(Program, DataFilesAndBadFiles) {
 
     R = Arnex.Exec({"File.Open " + Empty.fileName(), "Elf.GetBaseAddr"});
     EXPECT_EQ(R.ExitCode, 1);
-    EXPECT_TRUE(R.Lines.contains("ELF error (1031): unexpected file size."))
-        << R.Lines.join('\n').toStdString();
+    // One report, the ELF parser's own.
+    EXPECT_EQ(R.Lines.filter("ELF error").size(), 1) << R.Lines.join('\n').toStdString();
+    EXPECT_TRUE(R.Lines.contains("ELF error (1031): unexpected file size."));
     EXPECT_EQ(AnswerOf(R.Lines, "Elf.GetBaseAddr();", 0), "0xFFFFFFFF");
+    // An empty record file is no ELF file: it says that nothing is in it, once.
+    QFile EmptyHex(Arnex.TempPath("empty.hex"));
+    ASSERT_TRUE(EmptyHex.open(QIODevice::WriteOnly));
+    EmptyHex.close();
+    R = Arnex.Exec({"File.Open " + EmptyHex.fileName()});
+    EXPECT_EQ(R.ExitCode, 1);
+    EXPECT_TRUE(R.Lines.filter("ELF error").isEmpty()) << R.Lines.join('\n').toStdString();
+    EXPECT_EQ(R.Lines.filter("The file contains no loadable data: " + EmptyHex.fileName()).size(), 1);
 }
 
 TEST(Program, SymbolsRelocatedBeforeTheOpen) {
@@ -122,6 +131,12 @@ TEST(Program, SymbolsRelocatedBeforeTheOpen) {
     EXPECT_EQ(AnswerOf(Moved.Lines, "Elf.GetEntryPointPC();", 0), Hex8(Entry + 0x1000));
     EXPECT_EQ(Moved.Lines.last(), "Project.RelocateSymbols (\".nosuch\", 4); invalid parameter");
     EXPECT_EQ(Moved.ExitCode, 1);
+    // A section named before the open, and the same file opened again.
+    const ArnexRun Named = Arnex.Exec({"Project.RelocateSymbols (\".text\", 0x2000)", "File.Open " + Elf,
+                                       "Elf.GetEntryPointPC", "File.Open " + Elf, "Elf.GetEntryPointPC"});
+    EXPECT_EQ(Named.ExitCode, 0) << Named.Lines.join('\n').toStdString();
+    EXPECT_EQ(AnswerOf(Named.Lines, "Elf.GetEntryPointPC();", 0), Hex8(Entry + 0x2000));
+    EXPECT_EQ(AnswerOf(Named.Lines, "Elf.GetEntryPointPC();", 1), Hex8(Entry + 0x2000));
 }
 
 } // namespace

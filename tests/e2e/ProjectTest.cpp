@@ -133,6 +133,10 @@ TEST(Project, CreatedFromTheCommandLine) {
                               "  Project.SetTargetIF (\"SWD\");\n"))
         << Text.toStdString();
     EXPECT_TRUE(R.Lines.contains("Project.SetDevice (\"STM32F407VG\");")) << "the project was loaded";
+    // The device's core names the core plug-in, whose line stands with the probe settings.
+    EXPECT_TRUE(Text.contains("  Project.SetCorePlugin (\"$(InstallDir)/Plugins/Core/CorePluginARM.so\");\n"))
+        << Text.toStdString();
+    EXPECT_TRUE(R.Lines.filter("Invalid device name").isEmpty());
 
     // An existing file gets the command line's settings in its dialog section, and then opens.
     R = Arnex.Run({"-device", "MK66FN2M0XXX18", "-if", "JTAG", "-ip", "10.1.1.1", "-speed", "2000",
@@ -157,6 +161,30 @@ TEST(Project, CreatedFromTheCommandLine) {
     R = Arnex.Run({"-device", "STM32F407VG", "-if", "SWD", "-quit"});
     EXPECT_TRUE(R.Lines.contains("Failed to create project from command line arguments: required argument "
                                  "\"host interface\" is missing."));
+
+    // A device that the probe library doesn't know is said, and the project is made all the same.
+    const QString Unknown = Arnex.TempPath("unknown.tvproj");
+    R = Arnex.Run({"-device", "NOSUCHCHIP", "-if", "SWD", "-usb", "-project", Unknown, "-quit"});
+    EXPECT_EQ(R.Lines.filter("Invalid device name supplied to function GetDeviceInfo.").size(), 1)
+        << R.Lines.join('\n').toStdString();
+    Text = QString::fromUtf8(ReadFile(Unknown));
+    EXPECT_TRUE(Text.contains("  Project.SetDevice (\"NOSUCHCHIP\");\n"));
+    EXPECT_FALSE(Text.contains("Project.SetCorePlugin"));
+}
+
+TEST(Project, RecentListsHoldAbsolutePaths) {
+    ArnexProcess Arnex;
+    QDir(Arnex.ConfigHome()).mkpath("sub");
+    const QString Path = WriteFile(Arnex, "sub/rel.tvproj", "void OnProjectLoad (void) { }\n");
+    QFile::copy(qEnvironmentVariable("ARNEX_BIN_DIR") + "/../firmware/demo-O0-dwarf4.elf",
+                Arnex.TempPath("sub/prog.elf"));
+    // Relative to the working folder of the run, which is the settings folder.
+    ArnexRun R = Arnex.Run({"sub/rel.tvproj", "-exec", "File.Open sub/prog.elf", "-quit"});
+    ASSERT_EQ(R.ExitCode, 0) << R.Lines.join('\n').toStdString();
+    QSettings Store(Arnex.SettingsFile(), QSettings::IniFormat);
+    EXPECT_EQ(Store.value("AppData/MainWindow/RecentProjects").toStringList(), QStringList({Path}));
+    EXPECT_EQ(Store.value("AppData/MainWindow/RecentPrograms").toStringList(),
+              QStringList({Arnex.TempPath("sub/prog.elf")}));
 }
 
 TEST(Project, JunkUserFileDoesNoHarmAndIsWrittenAnew) {

@@ -6,6 +6,7 @@
 #include "program/ElfWrapper.h"
 #include "program/FileWorker.h"
 
+#include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QThread>
@@ -78,6 +79,40 @@ TEST_F(Loader, RelocationsGivenBeforeTheLoadApplyToTheNewProgram) {
     // Closing the program empties the table: the next project run fills it again.
     ELF_Unload();
     EXPECT_TRUE(ELF_GetRelocations().empty());
+}
+
+// The usual place of Project.RelocateSymbols is OnProjectLoad, ahead of File.Open: a section or a symbol
+// named there takes effect at the open, stays through a reopening, and a data file read beside the
+// program leaves it alone.
+TEST_F(Loader, NamedRelocationsHoldAcrossOpensAndDataFiles) {
+    const QString Elf = Toolchain::FirmwareElfs().value(0);
+    const QString Data = Dir.filePath("data.elf");
+    ASSERT_TRUE(QFile::copy(Elf, Data));
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    ASSERT_EQ(ELF_Load(Elf), 0);
+    const ELF32_SYM* Main = ELF_FindSymByName(ELF_GetProgramElfFile(), "main");
+    ASSERT_NE(Main, nullptr);
+    const U32 MainAddr = ELF_AlignInst(Main->st_value);
+    const U32 Entry = static_cast<U32>(ELF_GetEntryPointPC());
+    ASSERT_NE(MainAddr, Entry);
+    ELF_Unload();
+
+    ASSERT_EQ(ELF_AddRelocation("main", 0x4000), 0);
+    ASSERT_EQ(ELF_AddRelocation(".text", 0x1000), 0);
+    auto Moved = [&]() {
+        return ELF_ToTargetAddr(MainAddr, 1, 0) == MainAddr + 0x4000 &&
+               ELF_ToTargetAddr(Entry, 1, 0) == Entry + 0x1000 &&
+               static_cast<U32>(ELF_GetEntryPointPC()) == Entry + 0x1000;
+    };
+    ASSERT_EQ(ELF_Load(Elf), 0);
+    EXPECT_TRUE(Moved()) << "named before the open";
+    ASSERT_EQ(ELF_Load(Elf), 0);
+    EXPECT_TRUE(Moved()) << "and after opening the file again";
+    const ELF_DATA_BLOCKS Blocks = TFile::CFileWorker::Instance()->ReadFile(Data, 0x20000000);
+    ASSERT_FALSE(Blocks.empty());
+    EXPECT_EQ(Blocks.front().Address, 0x20000000u);
+    EXPECT_TRUE(Moved()) << "and after a data file was read";
+    EXPECT_EQ(ELF_GetCurrentFile(), ELF_GetProgramElfFile());
 }
 
 TEST_F(Loader, TheWorkerWaitsForTheDataMutexAndReports) {

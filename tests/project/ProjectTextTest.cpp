@@ -3,6 +3,9 @@
 
 #include "script/ProjectText.h"
 #include "script/TScript.h"
+#include "script/TextCodec.h"
+
+#include <QRandomGenerator>
 
 #include <gtest/gtest.h>
 
@@ -223,6 +226,40 @@ TEST(ProjectText, NewProjectLines) {
     EXPECT_EQ(Bare, QStringList({"Project.SetHostIF (\"USB\", \"\");", "Project.SetTargetIF (\"JTAG\");",
                                  "Project.SetTIFSpeed (\"Auto Speed\");",
                                  "Project.AddPathSubstitute (\"/work/p\", \"$(ProjectDir)\");"}));
+}
+
+// Any bytes with one line end style decode and encode back to themselves, with one line feed for each
+// line end.
+TEST(TextCodec, EveryFileOfOneLineEndStyleRoundTrips) {
+    QRandomGenerator Random(1234);
+    const QByteArray Alphabet("a\n\xC3\xA9\xE9\xEF\xBB\xBF\x80\xFF\x00 ;\r", 15);
+    for (int Round = 0; Round < 4000; ++Round) {
+        QByteArray Bytes;
+        const int Size = static_cast<int>(Random.bounded(40));
+        for (int i = 0; i < Size; ++i) {
+            Bytes.append(Alphabet[static_cast<int>(Random.bounded(Alphabet.size()))]);
+        }
+        const bool Crlf = Round % 2 == 0;
+        // One style: every line feed behind a carriage return, or none.
+        while (Bytes.contains("\r\n")) {
+            Bytes.replace("\r\n", "\n");
+        }
+        if (Crlf) {
+            Bytes.replace("\n", "\r\n");
+        }
+        TextCodec::TEXT_FORM Form;
+        const QString Text = TextCodec::Decode(Bytes, &Form);
+        EXPECT_EQ(Text.count('\n'), Bytes.count('\n'));
+        EXPECT_EQ(TextCodec::Encode(Text, Form), Bytes) << Bytes.toHex().toStdString();
+        EXPECT_EQ(Form.Crlf, Crlf && Bytes.contains('\n')) << Bytes.toHex().toStdString();
+    }
+    // Mixed line ends come back in the style of most of them.
+    TextCodec::TEXT_FORM Form;
+    const QString Text = TextCodec::Decode("a\r\nb\r\nc\nd", &Form);
+    EXPECT_EQ(Text, "a\nb\nc\nd");
+    EXPECT_EQ(TextCodec::Encode(Text, Form), "a\r\nb\r\nc\r\nd");
+    EXPECT_EQ(TextCodec::Decode("caf\xE9", &Form), QString::fromUtf8("caf\xC3\xA9"));
+    EXPECT_TRUE(Form.Latin1);
 }
 
 } // namespace

@@ -206,3 +206,115 @@ TEST_F(ProjectWriteTest, SystemSettingsThroughTheirCommands) {
 }
 
 } // namespace
+
+namespace {
+
+// A save writes into the file as it is on disk: what a dialog or the user put there since the load stays,
+// and a file changed from outside is written only on the user's word.
+TEST_F(ProjectWriteTest, SaveWritesIntoTheFileAsItIsOnDisk) {
+    Project()->SetProbeSettingsHook(&Probe);
+    const QString Path = Write("p.tvproj", Generated({"Project.SetDevice (\"OLD\");"}));
+    Project()->Open(Path);
+    SysVars::SetVarValue(SysVars::GetVarRow(VAR_RESET_MODE), 2, false);
+    ASSERT_TRUE(Project()->WriteSystemSettings());
+    Project()->SetModified(true);
+    ASSERT_TRUE(Project()->SaveNew(Path));
+    QString Text = QString::fromUtf8(Read(Path));
+    EXPECT_EQ(Text.count("  Debug.SetResetMode (RM_RESET_AND_RUN);\n"), 1) << "the dialog's line stays";
+    EXPECT_TRUE(Text.contains("Project.SetDevice (\"STM32F407VG\");"));
+
+    // A function added outside the program: no save over it without consent, and with it the function stays.
+    const QByteArray Added = Read(Path) + "\nint Added (void) {\n  return 1;\n}\n";
+    Write("p.tvproj", Added);
+    Project()->SetModified(true);
+    EXPECT_FALSE(Project()->SaveNew(Path));
+    EXPECT_EQ(Read(Path), Added);
+    EXPECT_EQ(Project()->GetPath(), Path);
+    EXPECT_TRUE(Project()->IsModified());
+    EXPECT_EQ(Project()->GetLastWriteError(), "the project file was changed by another program: " + Path);
+    QStringList Asked;
+    Project()->SetConfirmChangedFileHook([&Asked](const QString& P) {
+        Asked << P;
+        return true;
+    });
+    const QString Copy = m_Dir.filePath("copy.tvproj");
+    ASSERT_TRUE(Project()->SaveNew(Copy));
+    EXPECT_EQ(Asked, QStringList({Path}));
+    EXPECT_TRUE(QString::fromUtf8(Read(Copy)).endsWith("int Added (void) {\n  return 1;\n}\n"));
+    // The copy is the program's own write: saving it again asks nothing.
+    ASSERT_TRUE(Project()->SaveNew(Copy));
+    EXPECT_EQ(Asked.size(), 1);
+
+    // A file that has lost its OnProjectLoad outside is never replaced by a generated text.
+    const QByteArray Mangled = "void OnProjectLod (void) {\n}\nint Mine (void) { return 2; }\n";
+    Write("copy.tvproj", Mangled);
+    EXPECT_FALSE(Project()->SaveNew(Copy));
+    EXPECT_EQ(Read(Copy), Mangled);
+    Project()->SetConfirmChangedFileHook(nullptr);
+}
+
+TEST_F(ProjectWriteTest, ABrokenProjectFixedOutsideIsSavedFixed) {
+    Project()->SetProbeSettingsHook(&Probe);
+    const QString Path = Write(
+        "b.tvproj", "void OnProjectLoad (void) {\n  Project.SetDevice (\"A\");\n  Util.Log(\"x\") y;\n}\n");
+    Project()->Open(Path);
+    ASSERT_NE(TScript::ExecUserFunction(1), 0);
+    const QByteArray Fixed =
+        "void OnProjectLoad (void) {\n  Project.SetDevice (\"A\");\n  Util.Log(\"x\");\n}\n";
+    Write("b.tvproj", Fixed);
+    Project()->SetModified(true);
+    ASSERT_TRUE(Project()->SaveNew(Path));
+    EXPECT_EQ(Read(Path), Fixed);
+    ASSERT_TRUE(Project()->SaveNew(m_Dir.filePath("b2.tvproj")));
+    EXPECT_EQ(Read(m_Dir.filePath("b2.tvproj")), Fixed);
+}
+
+// Bytes that aren't UTF-8, a byte order mark and CR LF line ends come back as they were; only the lines
+// that a write changes are new, in the same form.
+TEST_F(ProjectWriteTest, WriteBackKeepsTheFilesBytesAndLineEnds) {
+    Project()->SetProbeSettingsHook(&Probe);
+    const QStringList Trace = {"Project.SetTraceSource (\"Trace Pins\");"};
+    QByteArray Latin = "// caf\xE9 \xA9 Tolvek\n" + Generated({"Project.SetDevice (\"X\");"});
+    Latin.replace("}\n", "  Util.Log(\"d\xE9j\xE0\");\n}\n");
+    const QString LatinPath = Write("latin.tvproj", Latin);
+    Project()->Open(LatinPath);
+    m_Runs.clear();
+    ASSERT_EQ(TScript::ExecUserFunction(1), 0);
+    ASSERT_FALSE(m_Runs.isEmpty());
+    EXPECT_EQ(m_Runs.last().Args, QStringList({QString::fromUtf8("d\xC3\xA9j\xC3\xA0")}))
+        << "read as Latin-1";
+    ASSERT_TRUE(Project()->WriteTraceSettings(Trace));
+    QByteArray Bytes = Read(LatinPath);
+    EXPECT_TRUE(Bytes.startsWith("// caf\xE9 \xA9 Tolvek\n")) << Bytes.left(40).toHex().toStdString();
+    EXPECT_TRUE(Bytes.contains("Util.Log(\"d\xE9j\xE0\");"));
+    EXPECT_FALSE(Bytes.contains("\xEF\xBF\xBD")) << "no replacement characters";
+    Project()->SetModified(true);
+    ASSERT_TRUE(Project()->SaveNew(LatinPath));
+    Bytes = Read(LatinPath);
+    EXPECT_TRUE(Bytes.startsWith("// caf\xE9 \xA9 Tolvek\n"));
+    EXPECT_TRUE(Bytes.contains("Project.SetTraceSource (\"Trace Pins\");"));
+    // A character that Latin-1 can't hold makes the file UTF-8 as a whole, so that nothing is lost.
+    ASSERT_TRUE(Project()->WriteTarvoSettings({"Project.SetDevice (\"\xCE\xA9mega\");"}));
+    Bytes = Read(LatinPath);
+    EXPECT_TRUE(Bytes.startsWith("// caf\xC3\xA9 \xC2\xA9 Tolvek\n"));
+    EXPECT_TRUE(Bytes.contains("Project.SetDevice (\"\xCE\xA9mega\");"));
+
+    QByteArray Crlf = Generated({"Project.SetDevice (\"X\");", "File.Open (\"a.elf\");"}) +
+                      "\nint Mine (void) {\n  return 3;\n}\n";
+    Crlf.replace("\n", "\r\n");
+    Crlf.prepend("\xEF\xBB\xBF");
+    const QString CrlfPath = Write("crlf.tvproj", Crlf);
+    Project()->Open(CrlfPath);
+    ASSERT_TRUE(Project()->WriteTraceSettings(Trace));
+    Project()->SetModified(true);
+    ASSERT_TRUE(Project()->SaveNew(CrlfPath));
+    Bytes = Read(CrlfPath);
+    EXPECT_TRUE(Bytes.startsWith("\xEF\xBB\xBF/****"));
+    EXPECT_EQ(Bytes.count("\n"), Bytes.count("\r\n")) << "one line end style";
+    EXPECT_TRUE(Bytes.contains("  Project.SetTraceSource (\"Trace Pins\");\r\n"));
+    EXPECT_TRUE(Bytes.endsWith("int Mine (void) {\r\n  return 3;\r\n}\r\n"));
+    // The file as the program wrote it is no change from outside.
+    EXPECT_FALSE(TScript::ReloadIfChanged());
+}
+
+} // namespace

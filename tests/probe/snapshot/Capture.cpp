@@ -126,9 +126,9 @@ bool RunToStop(AttachedBoard& Board, const CaptureOptions& O, U32 Address, std::
         }
         if (State == 0) {
             Board.Halt();
-            Error = "The program did not reach " + O.Stop + " (" + Hex(Address) + ") for the " +
-                    std::to_string(Hit) + ". time within " + std::to_string(O.TimeoutMs / 2) +
-                    " ms; it was halted at " + Hex(ReadPc(Board));
+            Error = "The program did not reach " + O.Stop + " (" + Hex(Address) + "), arrival " +
+                    std::to_string(Hit) + " of " + std::to_string(O.Hit) + ", within " +
+                    std::to_string(O.TimeoutMs / 2) + " ms; it was halted at " + Hex(ReadPc(Board));
             return false;
         }
         if (State < 0) {

@@ -10,6 +10,10 @@
 // watchpoint catches, and halts there after SetRunPolls halt queries that report "running"; without
 // such an entry it runs until halted, which stops it at the next entry. A reset goes back to the
 // script's start (or, without a script, to the vector table at the start of the first region).
+//
+// A target snapshot (see backends/Snapshot.h) replaces all of this with a program's state at a stop:
+// its registers, its RAM ranges (writable) and the loadable segments of its ELF file (read-only code
+// memory), nothing else; registers the board didn't have are unavailable.
 
 #include "probe/Tarvo.h"
 
@@ -43,6 +47,7 @@ enum Command : U32 {
     CmdGetCounter = 13,          // Arg0 Counter, returns its value
     CmdSetHardwareLimits = 14,   // Arg0 breakpoint comparators, Arg1 watchpoint comparators
     CmdGetPosition = 15,         // returns the index of the current script entry
+    CmdLoadSnapshot = 16,        // pData SnapshotRequest*; 0, or -1 with the reason in its Error
 };
 
 enum Fault : U32 {
@@ -66,6 +71,13 @@ struct Step {
     U32 Pc;
     U32 DataAddress = 0; // with Access: a data access that this instruction makes
     U32 Access = 0;      // 0 none, 1 read, 2 write
+};
+
+struct SnapshotRequest {
+    const char* Snapshot;  // path of the snapshot file
+    const char* Elf;       // the program it must belong to; null or empty: the one it names, beside it
+    char* Error = nullptr; // out: why it was refused, cut to ErrorSize
+    U32 ErrorSize = 0;
 };
 
 /// Default: 256 KB of flash at 0, 64 KB of RAM at 0x20000000, all registers 0 and available, no
@@ -122,6 +134,16 @@ inline void SetHardwareLimits(U32 Breakpoints, U32 Watchpoints) {
 }
 inline int Position() {
     return TARVO_FAKE_Control(CmdGetPosition, 0, 0, nullptr);
+}
+/// Loads a snapshot; on failure the target stays as it was and Error says why.
+inline bool LoadSnapshot(const std::string& Snapshot, const std::string& Elf, std::string* Error = nullptr) {
+    char Text[1024] = {};
+    SnapshotRequest R{Snapshot.c_str(), Elf.c_str(), Text, sizeof Text};
+    const bool Ok = TARVO_FAKE_Control(CmdLoadSnapshot, 0, 0, &R) == 0;
+    if (Error) {
+        *Error = Text;
+    }
+    return Ok;
 }
 
 } // namespace tarvo::fake

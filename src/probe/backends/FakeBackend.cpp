@@ -323,6 +323,9 @@ std::string FakeBackend::Firmware() const {
 
 int FakeControl(U32 Cmd, U64 Arg0, U64 Arg1, void* Data) {
     FakeState& S = State();
+    if (Cmd == fake::CmdLoadSnapshot) {
+        return LoadFakeSnapshot(S, static_cast<const fake::SnapshotRequest*>(Data));
+    }
     std::lock_guard<std::mutex> Lock(S.Mutex);
     const U32 A = static_cast<U32>(Arg0);
     const U32 B = static_cast<U32>(Arg1);

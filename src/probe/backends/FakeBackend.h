@@ -88,5 +88,7 @@ public:
 
 /// The exported configuration entry of FakeTarget.h.
 int FakeControl(U32 Cmd, U64 Arg0, U64 Arg1, void* Data);
+/// CmdLoadSnapshot: reads the files without the state's lock, then replaces the state under it.
+int LoadFakeSnapshot(FakeState& State, const fake::SnapshotRequest* Request);
 
 } // namespace tarvo

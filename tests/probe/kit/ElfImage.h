@@ -1,12 +1,16 @@
 #pragma once
 
-// Just enough of a 32-bit little-endian ELF file for the probe tests: the loadable segments (to
-// download a program) and the symbol table (to find functions and variables).
+// The probe tests' view of a target program: the loadable segments (to download it) and the symbol
+// table (to find functions and variables), read by the probe library's own ELF reader.
 
 #include <cstdint>
-#include <map>
+#include <memory>
 #include <string>
 #include <vector>
+
+namespace tarvo {
+class ElfFile;
+}
 
 namespace probetest {
 
@@ -20,13 +24,15 @@ public:
     /// False with Error for anything that isn't a 32-bit little-endian ELF file.
     bool Load(const std::string& Path, std::string& Error);
     const std::vector<Segment>& Segments() const { return m_Segments; }
+    /// The whole file: sections, symbols, fingerprint. Null before a successful Load.
+    const tarvo::ElfFile* File() const { return m_File.get(); }
     /// The address of a symbol (a function's without the Thumb bit); 0 if missing.
     uint32_t Symbol(const std::string& Name) const;
     uint32_t SymbolSize(const std::string& Name) const;
 
 private:
     std::vector<Segment> m_Segments;
-    std::map<std::string, std::pair<uint32_t, uint32_t>> m_Symbols;
+    std::shared_ptr<const tarvo::ElfFile> m_File;
 };
 
 /// Path of a built target program, e.g. Firmware("demo", "O0-dwarf4").

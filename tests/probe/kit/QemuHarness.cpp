@@ -5,7 +5,7 @@
 namespace probetest {
 
 bool QemuHarness::Start(const std::string& Machine, const std::string& Program, int TimeoutMs,
-                        std::string& Error) {
+                        std::string& Error, const std::vector<std::string>& ExtraArgs) {
     tarvo::QemuProcess::Options O;
     O.Machine = Machine;
     O.Qmp = false;
@@ -13,6 +13,7 @@ bool QemuHarness::Start(const std::string& Machine, const std::string& Program, 
     if (!Program.empty()) {
         O.ExtraArgs = {"-kernel", Program};
     }
+    O.ExtraArgs.insert(O.ExtraArgs.end(), ExtraArgs.begin(), ExtraArgs.end());
     return m_Process.Start(O, Error);
 }
 

@@ -7,13 +7,16 @@
 #include "probe/backends/QemuProcess.h"
 
 #include <string>
+#include <vector>
 
 namespace probetest {
 
 class QemuHarness {
 public:
-    /// Starts "qemu-system-arm -M Machine" halted, with Program loaded when it isn't empty.
-    bool Start(const std::string& Machine, const std::string& Program, int TimeoutMs, std::string& Error);
+    /// Starts "qemu-system-arm -M Machine" halted, with Program loaded when it isn't empty, and
+    /// ExtraArgs.
+    bool Start(const std::string& Machine, const std::string& Program, int TimeoutMs, std::string& Error,
+               const std::vector<std::string>& ExtraArgs = {});
     uint16_t Port() const { return m_Process.GdbPort(); }
     int Pid() const { return m_Process.Pid(); }
     void Stop() { m_Process.Stop(); }

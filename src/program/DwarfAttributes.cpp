@@ -303,7 +303,8 @@ bool ReadEntryAttributes(SESSION* S, const WALK_CONTEXT& C, UNIT& Unit, Dwarf_Di
         if (RangesAttr) {
             ReadRanges(S, Unit, Die, RangesAttr, RangesForm, *Ranges, Errors);
         } else if (HasLow && HasHigh) {
-            AddRange(*Ranges, Low, HighIsSize ? Low + High : High);
+            // One pair as the entry gives it; only list entries are filtered.
+            Ranges->push_back({Low, HighIsSize ? Low + High : High});
         }
         E.RangeCount = static_cast<U32>(Ranges->size()) - E.RangeFirst;
         E.Flags |= EF_RANGES_READ;

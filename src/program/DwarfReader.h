@@ -248,5 +248,5 @@ void ELF_FreeDebugInfo(ELF_FILE* File);
 /// Progress of the reading, in bytes of debug information; any thread may be the caller's.
 typedef void (*ELF_PROGRESS_CALLBACK)(U64 Done, U64 Total, void* User);
 void ELF_SetDebugProgressCallback(ELF_PROGRESS_CALLBACK Callback, void* User);
-/// How many threads read units (1 or more); 0 picks one per core, at most 4.
+/// How many threads read units, each with its own consumer; 0 or 1 is one (the default).
 void ELF_SetDebugReaderThreads(int Count);

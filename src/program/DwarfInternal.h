@@ -149,6 +149,9 @@ struct DEBUG_INFO {
 /// Opens a consumer over the image; null after reporting why.
 std::unique_ptr<SESSION> OpenSession(const ELF_FILE* File, std::vector<ELF_ERROR_RECORD>* Errors);
 void CloseSession(SESSION* Session);
+/// Whether the table headers of a ".debug_rnglists" or ".debug_loclists" section hold together; the
+/// library is not given a section that fails.
+bool ValidListsSection(const ELF_FILE* File, U32 Index);
 /// A record for a library error, which it frees; Code is the reader's code for the failed step (or -1 for
 /// the library's own code alone).
 ELF_ERROR_RECORD LibraryError(Dwarf_Debug Dbg, Dwarf_Error Error, const QString& Where);

@@ -360,6 +360,15 @@ int ELF_ReadDebugInfo(ELF_FILE* File) {
         Info->InfoSize = std::min<U32>(Info->InfoSize, 0x7FFFFFFF);
         Info->TypesSize = std::min<U32>(Info->TypesSize, 0x7FFFFFFF);
     }
+    for (const char* Lists : {".debug_rnglists", ".debug_loclists"}) {
+        const I32 Index = FindSectionInternal(File, Lists);
+        if (Index >= 0 && !ValidListsSection(File, static_cast<U32>(Index))) {
+            ELF_ERROR_RECORD R =
+                ReaderError(Lists[7] == 'r' ? ELF_LIBERR_RANGE_OFFSET : ELF_LIBERR_BAD_LOCLIST,
+                            QStringLiteral("%1: broken table header, section left out").arg(Lists));
+            Report(Info, R);
+        }
+    }
     int Result = 0;
     TIMES Times;
     qint64 FrameMs = 0, IndexMs = 0;

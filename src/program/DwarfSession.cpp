@@ -14,6 +14,19 @@ const ELF_FILE* FileOf(void* Obj) {
     return static_cast<const ELF_FILE*>(Obj);
 }
 
+U32 Read32(const U8* P, bool Big) {
+    return Big ? (U32(P[0]) << 24 | U32(P[1]) << 16 | U32(P[2]) << 8 | P[3])
+               : (U32(P[3]) << 24 | U32(P[2]) << 16 | U32(P[1]) << 8 | P[0]);
+}
+
+U16 Read16(const U8* P, bool Big) {
+    return Big ? static_cast<U16>(P[0] << 8 | P[1]) : static_cast<U16>(P[1] << 8 | P[0]);
+}
+
+bool IsListsSection(const char* Name) {
+    return std::strcmp(Name, ".debug_rnglists") == 0 || std::strcmp(Name, ".debug_loclists") == 0;
+}
+
 int GetSectionInfo(void* Obj, Dwarf_Half Index, Dwarf_Obj_Access_Section* Out, int* Error) {
     const ELF_FILE* F = FileOf(Obj);
     if (Index >= F->Sections.size()) {
@@ -26,6 +39,10 @@ int GetSectionInfo(void* Obj, Dwarf_Half Index, Dwarf_Obj_Access_Section* Out, i
     // A section whose bytes lie outside the file is given as empty: the library never reads past them.
     Out->size = SectionData(F, Index) ? Sh.sh_size : 0;
     Out->name = SectionName(F, Index);
+    // The library frees twice on some broken list table headers: such a section is left out.
+    if (Out->size && IsListsSection(Out->name) && !ValidListsSection(F, Index)) {
+        Out->size = 0;
+    }
     Out->link = Sh.sh_link;
     Out->info = Sh.sh_info;
     Out->entrysize = Sh.sh_entsize;
@@ -136,6 +153,35 @@ I32 CodeOfLibraryError(Dwarf_Unsigned Number) {
 }
 
 } // namespace
+
+bool ValidListsSection(const ELF_FILE* File, U32 Index) {
+    const U8* P = SectionData(File, Index);
+    if (!P) {
+        return true;
+    }
+    const U32 Size = File->Sections[Index].sh_size;
+    const bool Big = File->Header.e_ident[5] == ElfFormat::ELFDATA2MSB;
+    // Tables of DWARF 5: unit length, version 5, address size, segment selector size 0, offset count.
+    for (U32 At = 0; At < Size;) {
+        if (Size - At < 12) {
+            return false;
+        }
+        const U32 Length = Read32(P + At, Big);
+        if (Length < 8 || Length > Size - At - 4) {
+            return false;
+        }
+        const U16 Version = Read16(P + At + 4, Big);
+        const U8 AddressSize = P[At + 6];
+        const U8 SegmentSize = P[At + 7];
+        const U32 Offsets = Read32(P + At + 8, Big);
+        if (Version != 5 || (AddressSize != 4 && AddressSize != 8) || SegmentSize != 0 ||
+            Offsets > (Length - 8) / 4) {
+            return false;
+        }
+        At += Length + 4;
+    }
+    return true;
+}
 
 std::unique_ptr<SESSION> OpenSession(const ELF_FILE* File, std::vector<ELF_ERROR_RECORD>* Errors) {
     auto Session = std::make_unique<SESSION>();

@@ -10,6 +10,7 @@ ARNEX_PACKAGES_BUILD=(
 )
 ARNEX_PACKAGES_TEST=(
     googletest libgtest-dev libbenchmark-dev
+    libstdc++-arm-none-eabi-newlib newlib-source
     gdb-multiarch clang libclang-rt-14-dev
     xvfb xauth imagemagick
 )

@@ -29,6 +29,10 @@ void ELF_ReportError(I32 Code, const QString& Detail) {
 }
 
 int ELF_CatalogIndexOfCode(I32 Code) {
+    // The DWARF library's errors come as the catalogue entries they are.
+    if (Code >= 0 && Code <= 48) {
+        return Code;
+    }
     if (Code >= 100 && Code <= 117) {
         return Code - 100 + 49;
     }

@@ -1,5 +1,6 @@
 // Opening and closing ELF files, the slot table, and the header, segment and section tables.
 
+#include "program/DwarfReader.h"
 #include "program/ElfInternal.h"
 
 #include <QDateTime>
@@ -249,14 +250,13 @@ void FreeFile(ELF_FILE* File) {
             Slot = nullptr;
         }
     }
+    ELF_FreeDebugInfo(File);
     delete File;
 }
 
 } // namespace
 
 ELF_FILE* ELF_Open(const QString& Path, bool ParseDebugInfo) {
-    // Debug information comes with its own reader; the tables alone make a program.
-    Q_UNUSED(ParseDebugInfo);
     State& St = S();
     St.Parsing = true;
     const int Slot = FreeSlot();
@@ -283,6 +283,10 @@ ELF_FILE* ELF_Open(const QString& Path, bool ParseDebugInfo) {
         St.Current = Previous;
         St.Parsing = false;
         return nullptr;
+    }
+    // A file without usable debug information is still a program.
+    if (ParseDebugInfo && ELF_ReadDebugInfo(File) < 0) {
+        ELF_ReportError(ELF_ERR_DEBUG_INFO);
     }
     File->Loaded = true;
     St.Parsing = false;

@@ -49,6 +49,10 @@ enum ELF_BYTE_ORDER : int {
 /// Source language of a program: 0 none, 1 C, 2 C++.
 typedef int ELF_SRC_LANG;
 
+namespace DwarfInternal {
+struct DEBUG_INFO;
+}
+
 /// Number of files that can be open at once.
 constexpr int ELF_SLOT_COUNT = 3;
 
@@ -72,7 +76,8 @@ struct ELF_FILE {
     I32 SymTabIndex = -1;
     U32 DwarfVersion = 0; ///< highest version of any unit, set by the debug information reader
     ELF_SRC_LANG SrcLang = 1;
-    U32 CfaFactor = 1; ///< 4 for files with a ".note.iar" section
+    U32 CfaFactor = 1;                          ///< 4 for files with a ".note.iar" section
+    DwarfInternal::DEBUG_INFO* Debug = nullptr; ///< what the debug information reader built
 };
 
 /// One program header as the rest of the program sees it; rebuilt at each open for the current file.
@@ -116,7 +121,8 @@ void ELF_SetErrorCallback(ELF_ERROR_CALLBACK Callback, void* User);
 /// Gives a record to the installed callback; dropped without one.
 void ELF_ReportError(const ELF_ERROR_RECORD& Record);
 void ELF_ReportError(I32 Code, const QString& Detail = QString());
-/// Catalogue index of a parser code: 100..117 to 49..66, 118..128 to 23..33, 133 to 34; else -1.
+/// Catalogue index of a parser code: library codes 0..48 as they are, 100..117 to 49..66, 118..128 to
+/// 23..33, 133 to 34; else -1.
 int ELF_CatalogIndexOfCode(I32 Code);
 /// A callback that logs the catalogue text of each record (and its detail) as program data messages.
 void ELF_LogErrorRecord(const ELF_ERROR_RECORD& Record, void* User);

@@ -4,6 +4,7 @@
 //
 // fuzz_program [--runs N] [--seed S] [seed.elf ...]
 
+#include "program/DwarfReader.h"
 #include "program/ElfParser.h"
 #include "program/FileWorker.h"
 #include "program/RecordParser.h"
@@ -15,7 +16,9 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <random>
 #include <vector>
@@ -207,6 +210,44 @@ private:
     std::mt19937_64 m_Random;
 };
 
+/// Asks the debug information reader about every listed symbol, line row, macro and frame description.
+U64 ExerciseDebugInfo(ELF_FILE* F) {
+    U64 Sum = 0;
+    for (int L = 0; L < ELF_LIST_COUNT; ++L) {
+        const U32 Count = std::min<U32>(ELF_GetSymListCount(F, L), 200);
+        for (U32 i = 0; i < Count; ++i) {
+            const ELF_SYM_HANDLE H = ELF_GetSymListItem(F, L, i);
+            Sum += std::strlen(ELF_GetSymName(H)) + std::strlen(ELF_GetSymTypeName(H)) + ELF_GetSymTag(H);
+            Sum += ELF_GetSymByteSize(H) + ELF_GetSymRangeCount(H) + ELF_GetSymScopes(H).size();
+            Sum += ELF_GetSymType(H, true) + ELF_GetSymLocalCount(H) + ELF_GetSymMemberCount(H);
+            Sum += ELF_GetArrayInfo(H).ElementCount + ELF_IsSymStatic(H) + ELF_IsSymSigned(H);
+            Sum += std::strlen(ELF_GetSymDeclFile(H, 0x3A)) + ELF_GetSymBitOffset(H);
+            if (ELF_GetSymLocalCount(H)) {
+                Sum += std::strlen(ELF_GetSymTypeName(ELF_GetSymLocal(H, 0)));
+            }
+            std::vector<ELF_LOC_EXPR> Loc;
+            Sum += ELF_GetSymLocExprs(H, L == ELF_LIST_FUNCTIONS ? 0x40 : 0x02, Loc);
+        }
+    }
+    for (U32 i = 0; i < ELF_GetLineRowCount(F); i += 7) {
+        Sum += ELF_GetLineRow(F, i).Line + std::strlen(ELF_GetSourceFile(F, ELF_GetLineRow(F, i).File));
+    }
+    for (U32 i = 0; i < ELF_GetMacroCount(F); i += 5) {
+        Sum += std::strlen(ELF_GetMacro(F, i).Text);
+    }
+    for (U32 i = 0; i < ELF_GetFdeCount(F) && i < 50; ++i) {
+        std::vector<ELF_FRAME_ROW> Rows;
+        ELF_GetFdeRows(F, i, Rows);
+        Sum += Rows.size();
+        U64 Low = 0, High = 0;
+        if (ELF_GetFdeRange(F, i, Low, High)) {
+            ELF_FRAME_ROW Row;
+            Sum += ELF_GetFrameRowAt(F, Low, Row);
+        }
+    }
+    return Sum + ELF_GetEntryFunc(F);
+}
+
 /// Reads everything the ELF model offers about the file, touching every byte its pointers claim.
 U64 Exercise(ELF_FILE* F) {
     U64 Sum = 0;
@@ -243,7 +284,7 @@ U64 Exercise(ELF_FILE* F) {
     Sum += ELF_GetProgramLoadAddr(F, Load) + ELF_GetVectorSection(F) + ELF_GetEntryPoint(F);
     Sum += ELF_ToTargetAddr(Load, 1, 0) + ELF_ToFileAddr(Load, 0, 1) + ELF_GetMaxSymSize(F, 2);
     ELF_ClearRelocations();
-    return Sum;
+    return Sum + ExerciseDebugInfo(F);
 }
 
 /// Every line of the text, each in an allocation of its exact size, through the record parser.
@@ -310,7 +351,8 @@ int main(int argc, char** argv) {
             S.Hot.push_back({H->e_shoff, 40u * H->e_shnum});
             for (U32 i = 0; i < ELF_GetSectionCount(F); ++i) {
                 const U32 Type = ELF_GetSectionType(F, i);
-                if (Type == 2 || Type == 3) {
+                // The tables, and the debug sections that the debug information reader walks.
+                if (Type == 2 || Type == 3 || std::strncmp(ELF_GetSectionName(F, i), ".debug_", 7) == 0) {
                     S.Hot.push_back({ELF_GetSectionOffset(F, i), ELF_GetSectionSize(F, i)});
                 }
             }
@@ -354,7 +396,7 @@ int main(int argc, char** argv) {
         }
         ++PerKind[S.Kind];
         if (S.Kind == KIND_ELF) {
-            if (ELF_FILE* F = ELF_Open(Path, false)) {
+            if (ELF_FILE* F = ELF_Open(Path, true)) {
                 ++Opened;
                 Sum += Exercise(F);
                 // The data reader opens the same file a second time, beside the first.

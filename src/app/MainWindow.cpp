@@ -153,6 +153,7 @@ void CMainWindow::AddDebugWindow(CWindow* Window, const QString& Title, Qt::Dock
 
 void CMainWindow::CreateDebugWindows() {
     m_Console = new CConsoleWindow(this);
+    connect(m_Console, &CConsoleWindow::StopScriptRequested, this, &CMainWindow::OnActionScriptStopTriggered);
     AddDebugWindow(m_Console, QStringLiteral("Console"), Qt::BottomDockWidgetArea);
     for (CWindow* W : m_DebugWindows) {
         Commands::BindActions(W);

@@ -52,7 +52,9 @@ public:
     bool OpenProject(const QString& Path);
     /// Opens a program or data file (ELF, Intel Hex, Motorola S-record, binary).
     bool OpenDataFile(const QString& Path);
-    /// Runs a user function of the project script by id, with its log line; -1 while closing.
+    /// Runs a user function of the project script by id, with its log line; -1 while closing. A script
+    /// error of an event handler is reported with its function and line, and cleared so that the next
+    /// handler runs (an error of OnProjectLoad is the open's to report).
     int ExecUserFunction(int Id);
 
     // Projects (MainWindowProject*.cpp).
@@ -64,8 +66,9 @@ public:
     bool SaveProject(const QString& Path);
     /// The question before the project is dropped: 0 go on (saved or not), 2 stop.
     int AskSaveProjectChanges();
-    /// The project check with its reaction: 0 nothing found, 1 go on, -1 the user gave up.
-    int CheckProject(bool ShowDialog);
+    /// The project check with its reaction: 0 nothing found, 1 go on, -1 the user gave up. First goes
+    /// ahead of the project's own warnings.
+    int CheckProject(bool ShowDialog, const QStringList& First = QStringList());
     QStringList GetRecentPrograms() const { return m_RecentPrograms; }
     QString GetProgramPath() const { return m_ProgramPath; }
     /// The session state of the windows and tool bars in the project's user file.
@@ -141,6 +144,8 @@ public slots:
     void OnActionProjectRelocateSymbolsTriggered();
     void OnActionScriptExecTriggered();
     void OnActionScriptDefineConstTriggered();
+    /// Stops the running script function (Tools menu, Escape in the Console).
+    void OnActionScriptStopTriggered();
 
     // Projects.
     void OnProjectFileOpened(const QString& Path);
@@ -312,6 +317,10 @@ private:
     void CloseProgram();
     /// Runs a user function of the project if the project defines it; -1 if it doesn't.
     int ExecUserFunctionIfPresent(int Id);
+    /// The error of a user function that has just failed, in the log and in the project's error list.
+    void ReportUserFunctionError(const QString& Name);
+    /// The menu entry that stops a running script; enabled while one runs.
+    void AddScriptStopAction(QMenu* Menu);
     void SetControllerBusy(bool Busy);
     /// The address of VAR_BREAK_AT_THIS_SYMBOL in the program, into BREAK_SYMBOL_ADDR.
     void EvaluateBreakSymbol();

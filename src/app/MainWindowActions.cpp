@@ -124,7 +124,9 @@ void CMainWindow::CreateMenus() {
     ResetMode->addActions({Action(51), Action(50), Action(52)});
 
     AddCommandMenu(QStringLiteral("&Break"), {167, 168, 147});
-    AddCommandMenu(QStringLiteral("&Tools"), {26, 27, SEPARATOR, 28, 29});
+    QMenu* Tools = AddCommandMenu(QStringLiteral("&Tools"), {26, 27, SEPARATOR, 28, 29});
+    Tools->addSeparator();
+    AddScriptStopAction(Tools);
     QMenu* Window = AddCommandMenu(QStringLiteral("&Window"), {85, 86, SEPARATOR, 84, SEPARATOR, 94});
     Window->addSeparator();
     QMenu* Bars = Window->addMenu(QStringLiteral("&Toolbars"));

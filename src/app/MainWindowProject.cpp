@@ -159,9 +159,9 @@ void CMainWindow::OnProjectWizardFinished(QStringList& Lines) {
     RunWhenScriptIdle([this, Copy]() { CreateProject(QString(), Copy, false); });
 }
 
-int CMainWindow::CheckProject(bool ShowDialog) {
+int CMainWindow::CheckProject(bool ShowDialog, const QStringList& First) {
     CProject* Project = CProject::Instance();
-    const QStringList Warnings = Project->GetWarnings();
+    const QStringList Warnings = First + Project->GetWarnings();
     if (Warnings.isEmpty()) {
         return 0;
     }

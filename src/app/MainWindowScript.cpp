@@ -1,10 +1,17 @@
-// The project script as the main window runs it: Script.Exec, Script.DefineConst and the user functions.
+// The project script as the main window runs it: Script.Exec, Script.DefineConst, the user functions and
+// the user's stop of a running script.
 
 #include "app/MainWindow.h"
 
+#include "app/core/Catalogue.h"
 #include "app/core/CommandTable.h"
 #include "app/core/Log.h"
+#include "script/Interp.h"
+#include "script/Project.h"
 #include "script/TScript.h"
+
+#include <QAction>
+#include <QMenu>
 
 namespace {
 
@@ -54,5 +61,44 @@ int CMainWindow::ExecUserFunction(int Id) {
         return -1;
     }
     LogInfoMsg(QStringLiteral("Executing script function: ") + Name);
-    return TScript::ExecUserFunction(Id);
+    const bool ErrorBefore = TScript::HasError();
+    const int Result = TScript::ExecUserFunction(Id);
+    // An error of OnProjectLoad fails the open, which reports it; one that stood before the call (a
+    // project that failed to load) has been reported already.
+    if (Id != 1 && !ErrorBefore && TScript::HasError()) {
+        ReportUserFunctionError(Name);
+    }
+    return Result;
+}
+
+void CMainWindow::ReportUserFunctionError(const QString& Name) {
+    const QString Function = TScript::GetLastErrorFunction();
+    const QString Text = CatalogText(74, (TScript::GetLastError() + QStringLiteral(" in function ") +
+                                          (Function.isEmpty() ? Name : Function))
+                                             .toUtf8()
+                                             .constData());
+    const bool Stopped = TScript::GetLastErrorText() == QLatin1String(SCRIPT_STOPPED_TEXT);
+    // A handler that fails runs again at the next step of the session, the next halt for one.
+    TScript::ClearError();
+    LogErrorMsg(Text);
+    // The list comes up for an error not seen before in this project, not at every halt, and not for the
+    // user's own stop.
+    if (CProject::Instance()->MarkReported(Text) && !Stopped) {
+        CheckProject(true, {Text});
+    }
+}
+
+void CMainWindow::AddScriptStopAction(QMenu* Menu) {
+    auto* Stop = new QAction(QStringLiteral("Stop &Script"), this);
+    Stop->setObjectName(QStringLiteral("actionToolsStopScript"));
+    Stop->setStatusTip(QStringLiteral("Stops the running script function"));
+    Stop->setEnabled(false);
+    connect(Stop, &QAction::triggered, this, &CMainWindow::OnActionScriptStopTriggered);
+    // A script runs on this thread: the menu can open only while it gives the events their turn.
+    connect(Menu, &QMenu::aboutToShow, Stop, [Stop]() { Stop->setEnabled(TScript::GetCallLevel() > 0); });
+    Menu->addAction(Stop);
+}
+
+void CMainWindow::OnActionScriptStopTriggered() {
+    TScript::StopScript();
 }

@@ -20,6 +20,11 @@ constexpr int SCRIPT_ERROR_MAX = 199;
 /// Nested statements, expressions and calls allowed before the run ends with an error, so that a deep
 /// recursion ends as a script error and not on the end of the native stack.
 constexpr I32 SCRIPT_MAX_NESTING = 1500;
+/// Statements between two calls of the yield callback: often enough that the host's window stays alive
+/// during a long run, seldom enough to cost nothing in a short one.
+constexpr U64 SCRIPT_YIELD_INTERVAL = 4096;
+/// The error that ends a run on the host's AbortFlag.
+constexpr const char* SCRIPT_STOPPED_TEXT = "script stopped by the user.";
 
 enum SCRIPT_NODE_KINDS : I32 {
     NK_BASE_TYPE = 0,
@@ -47,6 +52,8 @@ typedef I32 (*SCRIPT_NATIVE)(const U64* Args, int ArgCount);
 struct CScriptHeap;
 /// Called at once for every error, with the message; the heap still points at the failing text.
 typedef void (*SCRIPT_ERROR_CALLBACK)(CScriptHeap* Heap, const char* Message);
+/// Called every SCRIPT_YIELD_INTERVAL statements of a run; the host processes its events here.
+typedef void (*SCRIPT_YIELD_CALLBACK)(CScriptHeap* Heap);
 
 struct CScriptNode;
 
@@ -96,6 +103,14 @@ struct CScriptNode {
     };
 };
 
+/// Where an error arose: the text position and the script function that ran.
+struct SCRIPT_ERROR_PLACE {
+    const char* Cursor;
+    const char* LineStart;
+    I32 Line;
+    const CScriptNode* Function;
+};
+
 /// The interpreter, at the start of its block. The low end grows upwards and keeps what lives until the
 /// script is closed; the high end grows downwards and keeps what lives for one call.
 struct CScriptHeap {
@@ -108,6 +123,9 @@ struct CScriptHeap {
     I32 Line;
     U8 ErrorFlag;
     U8 StopFlag; ///< set by the host to end all loops and calls
+    /// Set by the host to end the running call at its next statement with an error (the user's stop);
+    /// cleared when the outermost call returns.
+    U8 AbortFlag;
     char ErrorText[SCRIPT_ERROR_MAX + 1];
     SCRIPT_ERROR_CALLBACK ErrorCallback;
     void* UserData; ///< for the host's callback
@@ -119,6 +137,10 @@ struct CScriptHeap {
     I32 Nesting;    ///< statements, expressions and calls now nested
     U64 StepLimit;  ///< statements and expressions left before the run stops itself; 0: no limit
     U64 Statements; ///< statements executed or walked since creation
+    SCRIPT_YIELD_CALLBACK YieldCallback;
+    const CScriptNode* Function;   ///< the script function now running; null outside a call
+    SCRIPT_ERROR_PLACE ErrorPlace; ///< where the last error arose
+    U32 ErrorCount;                ///< errors reported since creation
 };
 
 /// Operations of the interpreter. Each returns at once while ErrorFlag is set.
@@ -137,6 +159,11 @@ int RegisterConstant(CScriptHeap* Heap, const char* Name, I32 Value);
 CScriptNode* FindSymbol(const CScriptHeap* Heap, const char* Name, size_t Length);
 /// The script function (not a native) of that name, or null.
 CScriptNode* FindScriptFunction(const CScriptHeap* Heap, const char* Name);
+
+// The three calls from the host give back the room of their string literals when they return, so that a
+// function run on every halt doesn't use up the block; one call that evaluates literals without end still
+// runs out of room.
+
 /// Runs a script function without arguments; the return value is dropped. 0, -1 on an error, -2 for an
 /// unknown name.
 int CallFunction(CScriptHeap* Heap, const char* Name);

@@ -155,6 +155,21 @@ bool SkipBody(CScriptHeap* H) {
 
 namespace Detail {
 
+CScriptNode* AddConstant(CScriptHeap* H, const char* Name, size_t Length, I32 Value) {
+    CScriptNode* N = NewNodeLow(H, NK_CONSTANT);
+    if (!N) {
+        return nullptr;
+    }
+    N->NameLen = static_cast<U32>(Length);
+    N->Name = CopyNameLow(H, Name, Length);
+    if (!N->Name) {
+        return nullptr;
+    }
+    N->Const.Value = Value;
+    AppendGlobal(H, N);
+    return N;
+}
+
 CScriptNode* ParseFunctionHead(CScriptHeap* H) {
     CScriptNode* Fn = NewNodeLow(H, NK_FUNCTION);
     CScriptNode* Holder = NewNodeLow(H, NK_RETURN_TYPE);
@@ -317,18 +332,7 @@ int RegisterConstant(CScriptHeap* H, const char* Name, I32 Value) {
     if (!H || !Name || H->ErrorFlag) {
         return -1;
     }
-    CScriptNode* N = NewNodeLow(H, NK_CONSTANT);
-    if (!N) {
-        return -1;
-    }
-    N->NameLen = static_cast<U32>(std::strlen(Name));
-    N->Name = CopyNameLow(H, Name, N->NameLen);
-    if (!N->Name) {
-        return -1;
-    }
-    N->Const.Value = Value;
-    AppendGlobal(H, N);
-    return 0;
+    return AddConstant(H, Name, std::strlen(Name), Value) ? 0 : -1;
 }
 
 void ClearError(CScriptHeap* H) {

@@ -382,25 +382,42 @@ int ParseCall(CScriptHeap* H, CScriptNode* Fn, int ExecFlag, U64* Result) {
     U64 Args[SCRIPT_MAX_ARGS] = {};
     int Count = 0;
     bool Failed = false;
+    ERROR_CAUSE Cause{};
+    U32 CauseCount = 0;
     // The declared parameters drive the loop; the text's argument count is not checked against them.
     for (CScriptNode* P = Fn->Func.Parameters; P && Count < SCRIPT_MAX_ARGS; P = P->Next) {
         OPERAND Op;
         U64 V = 0;
+        bool ArgFailed = false;
         if (EvalExpression(H, ExecFlag, 0, &Op) < 0) {
-            Failed = true;
+            ArgFailed = true;
         } else if (Op.Ref && Op.Ref->Var.Type && Op.Ref->Var.Type->Kind == NK_ARRAY) {
             V = Op.Value; // a string literal passes the address of its characters
         } else if (!ReadOperand(H, Op, &V)) {
-            Failed = true;
+            ArgFailed = true;
         }
-        if (Failed) {
+        if (ArgFailed) {
+            if (!Failed) {
+                Cause = TakeCause(H);
+                CauseCount = H->ErrorCount;
+            }
+            Failed = true;
             // The argument's error has been reported; it is forgotten and the call is not made.
             H->ErrorFlag = 0;
         }
         Args[Count++] = V;
         MatchChar(H, ',');
     }
-    if (!ExpectChar(H, ')')) {
+    const bool Closed = ExpectChar(H, ')');
+    // Parsing goes on behind a failed argument from where its error stopped, inside a string literal for
+    // one: what fails next in this call ("Expected a ')'") only follows from it. The first cause stands.
+    if (Failed && H->ErrorCount != CauseCount) {
+        RaiseAgain(H, Cause);
+        if (Closed) {
+            H->ErrorFlag = 0;
+        }
+    }
+    if (!Closed) {
         return -1;
     }
     if (!ExecFlag || Failed || H->StopFlag) {

@@ -45,6 +45,16 @@ inline bool IsNameChar(char C) {
 void Error(CScriptHeap* H, const char* Message);
 void ErrorF(CScriptHeap* H, const char* Format, ...) __attribute__((format(printf, 2, 3)));
 
+/// An error kept aside to be reported again: its text and where it arose.
+struct ERROR_CAUSE {
+    char Text[SCRIPT_ERROR_MAX + 1];
+    SCRIPT_ERROR_PLACE Place;
+};
+/// The error now set, kept aside.
+ERROR_CAUSE TakeCause(const CScriptHeap* H);
+/// Reports Cause once more, at its own place, in place of an error that only followed from it.
+void RaiseAgain(CScriptHeap* H, const ERROR_CAUSE& Cause);
+
 /// Skips white space and comments, counting lines. False after an unclosed comment.
 bool SkipSpace(CScriptHeap* H);
 /// Skips, then takes C if it comes next.
@@ -70,6 +80,8 @@ const char* CopyNameHigh(CScriptHeap* H, const char* Name, size_t Length);
 /// Adds a link to Node on Owner's attribute list; "Out of memory." when full.
 bool AddAttribute(CScriptHeap* H, CScriptNode* Owner, CScriptNode* Node, bool High);
 void AppendGlobal(CScriptHeap* H, CScriptNode* Node);
+/// A constant at the low end, appended to the globals; null when full.
+CScriptNode* AddConstant(CScriptHeap* H, const char* Name, size_t Length, I32 Value);
 void AppendLocal(CScriptHeap* H, CScriptNode* Node);
 
 inline bool IsBaseKind(I32 Kind) {

@@ -13,6 +13,8 @@ void Error(CScriptHeap* H, const char* Message) {
         return;
     }
     H->ErrorFlag = 1;
+    H->ErrorPlace = {H->Cursor, H->LineStart, H->Line, H->Function};
+    ++H->ErrorCount;
     std::snprintf(H->ErrorText, sizeof(H->ErrorText), "%s", Message);
     if (H->ErrorCallback) {
         H->ErrorCallback(H, H->ErrorText);
@@ -26,6 +28,28 @@ void ErrorF(CScriptHeap* H, const char* Format, ...) {
     std::vsnprintf(Text, sizeof(Text), Format, Args);
     va_end(Args);
     Error(H, Text);
+}
+
+ERROR_CAUSE TakeCause(const CScriptHeap* H) {
+    ERROR_CAUSE Cause;
+    std::memcpy(Cause.Text, H->ErrorText, sizeof(Cause.Text));
+    Cause.Place = H->ErrorPlace;
+    return Cause;
+}
+
+void RaiseAgain(CScriptHeap* H, const ERROR_CAUSE& Cause) {
+    // The callback reads the place from the heap: the cause's for the report, then parsing goes on here.
+    const SCRIPT_ERROR_PLACE Now = {H->Cursor, H->LineStart, H->Line, H->Function};
+    H->ErrorFlag = 0;
+    H->Cursor = Cause.Place.Cursor;
+    H->LineStart = Cause.Place.LineStart;
+    H->Line = Cause.Place.Line;
+    H->Function = Cause.Place.Function;
+    Error(H, Cause.Text);
+    H->Cursor = Now.Cursor;
+    H->LineStart = Now.LineStart;
+    H->Line = Now.Line;
+    H->Function = Now.Function;
 }
 
 bool SkipSpace(CScriptHeap* H) {

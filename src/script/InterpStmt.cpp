@@ -2,6 +2,10 @@
 
 #include "script/InterpInternal.h"
 
+#include <string>
+#include <utility>
+#include <vector>
+
 namespace ScriptInterp {
 
 using namespace Detail;
@@ -314,7 +318,16 @@ int ExecStatement(CScriptHeap* H, U64* ReturnValue, int ExecFlag) {
         return -1;
     }
     CountStep(H);
-    ++H->Statements;
+    if (++H->Statements % SCRIPT_YIELD_INTERVAL == 0 && H->YieldCallback) {
+        H->YieldCallback(H);
+        if (H->ErrorFlag) {
+            return -1;
+        }
+    }
+    if (H->AbortFlag) {
+        Error(H, SCRIPT_STOPPED_TEXT);
+        return -1;
+    }
     // Once the host asks to stop, the rest is only walked: nothing is written or called any more.
     if (H->StopFlag) {
         ExecFlag = 0;
@@ -329,6 +342,7 @@ int RunFunction(CScriptHeap* H, CScriptNode* Fn, U64* Args, U64* Result) {
         return -1;
     }
     const TEXT_POS Saved = SavePos(H);
+    const CScriptNode* const SavedFunction = H->Function;
     U8* const SavedHigh = H->High;
     CScriptNode* const SavedHead = H->LocalsHead;
     CScriptNode* const SavedTail = H->LocalsTail;
@@ -353,6 +367,7 @@ int RunFunction(CScriptHeap* H, CScriptNode* Fn, U64* Args, U64* Result) {
     }
     U64 ReturnValue = 0;
     if (R == 0) {
+        H->Function = Fn;
         H->Cursor = Fn->Func.Body;
         H->Line = Fn->Func.Line;
         H->LineStart = Fn->Func.LineStart;
@@ -370,6 +385,7 @@ int RunFunction(CScriptHeap* H, CScriptNode* Fn, U64* Args, U64* Result) {
     }
 
     RestorePos(H, Saved);
+    H->Function = SavedFunction;
     H->High = SavedHigh;
     H->LocalsHead = SavedHead;
     H->LocalsTail = SavedTail;
@@ -381,6 +397,55 @@ int RunFunction(CScriptHeap* H, CScriptNode* Fn, U64* Args, U64* Result) {
 }
 
 } // namespace Detail
+
+namespace {
+
+/// One call from the host, for as long as it lives. The low end goes back to where it stood, which gives
+/// back the string literals of the call; the outermost call also ends the user's stop request.
+class HostCall {
+public:
+    explicit HostCall(CScriptHeap* H)
+        : m_Heap(H), m_Low(H->Low), m_Tail(H->GlobalsTail), m_Outermost(H->Nesting == 0) {}
+    ~HostCall() {
+        Release();
+        if (m_Outermost) {
+            m_Heap->AbortFlag = 0;
+        }
+    }
+    HostCall(const HostCall&) = delete;
+    HostCall& operator=(const HostCall&) = delete;
+
+private:
+    void Release() {
+        CScriptHeap* H = m_Heap;
+        if (H->Low == m_Low || !m_Tail) {
+            return;
+        }
+        // Constants that Script.DefineConst made during the call stand among the literals: they are made
+        // again behind the mark. Nothing else reaches the low end during a call; should anything, the
+        // room stays taken.
+        std::vector<std::pair<std::string, I32>> Defined;
+        for (const CScriptNode* N = m_Tail->Next; N; N = N->Next) {
+            if (N->Kind != NK_CONSTANT) {
+                return;
+            }
+            Defined.emplace_back(std::string(N->Name, N->NameLen), N->Const.Value);
+        }
+        H->Low = m_Low;
+        m_Tail->Next = nullptr;
+        H->GlobalsTail = m_Tail;
+        for (const auto& [Name, Value] : Defined) {
+            AddConstant(H, Name.data(), Name.size(), Value);
+        }
+    }
+
+    CScriptHeap* m_Heap;
+    U8* m_Low;
+    CScriptNode* m_Tail;
+    bool m_Outermost;
+};
+
+} // namespace
 
 int CallFunction(CScriptHeap* H, const char* Name) {
     U64 Ignored = 0;
@@ -395,6 +460,7 @@ int CallFunction(CScriptHeap* H, const char* Name) {
         return -1;
     }
     U64 Args[SCRIPT_MAX_ARGS] = {};
+    const HostCall Call(H);
     return RunFunction(H, Fn, Args, &Ignored);
 }
 
@@ -414,7 +480,11 @@ int CallFunctionEx(CScriptHeap* H, const char* Name, int Count, const U64* Args,
         Record[i] = Args[i];
     }
     U64 Value = 0;
-    const int R = RunFunction(H, Fn, Record, &Value);
+    int R = 0;
+    {
+        const HostCall Call(H);
+        R = RunFunction(H, Fn, Record, &Value);
+    }
     if (R < 0) {
         H->ErrorFlag = 0;
         return -1;
@@ -437,9 +507,12 @@ int EvaluateText(CScriptHeap* H, const char* Text, U64* Result) {
     H->Line = 1;
     OPERAND Op;
     U64 Value = 0;
-    if (EvalExpression(H, 1, 0, &Op) == 0 && ReadOperand(H, Op, &Value) && SkipSpace(H) &&
-        *H->Cursor != '\0') {
-        Error(H, "syntax error.");
+    {
+        const HostCall Call(H);
+        if (EvalExpression(H, 1, 0, &Op) == 0 && ReadOperand(H, Op, &Value) && SkipSpace(H) &&
+            *H->Cursor != '\0') {
+            Error(H, "syntax error.");
+        }
     }
     const bool Ok = !H->ErrorFlag;
     H->ErrorFlag = 0;

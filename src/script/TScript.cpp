@@ -41,6 +41,7 @@ struct SCRIPT_STATE {
     QString LastErrorText;
     I32 LastErrorLine = -1;
     QString LastErrorSource;
+    QString LastErrorFunction; ///< the script function in which the error arose; empty for none
     I32 CurrentFunction = -1;
     U32 ErrorsReported = 0; ///< errors the interpreter has reported, to tell a silent failure
 };
@@ -54,6 +55,7 @@ void SetError(const QString& Text, bool Pending) {
     S().LastErrorText = Text;
     S().LastErrorLine = -1;
     S().LastErrorSource.clear();
+    S().LastErrorFunction.clear();
     if (Pending) {
         S().ErrorPending = 1;
     }
@@ -75,8 +77,16 @@ void OnScriptError(CScriptHeap* Heap, const char* Message) {
         }
     }
     St.LastErrorSource = From ? QString::fromUtf8(From, Length) : QString();
+    St.LastErrorFunction = Heap->Function ? QString::fromUtf8(Heap->Function->Name) : QString();
     St.ErrorPending = 1;
     ++St.ErrorsReported;
+}
+
+/// A script that runs long keeps the window alive, so that the user can stop it.
+void OnScriptYield(CScriptHeap*) {
+    if (QCoreApplication::instance()) {
+        QCoreApplication::processEvents();
+    }
 }
 
 void ReleaseBlock() {
@@ -147,6 +157,7 @@ int Parse(const QString& Text) {
         return -1;
     }
     St.Interp->ErrorCallback = OnScriptError;
+    St.Interp->YieldCallback = OnScriptYield;
     Detail::RegisterConstants(St.Interp);
     Detail::RegisterApi(St.Interp);
     if (ScriptInterp::ParseGlobals(St.Interp) == 0) {
@@ -290,6 +301,7 @@ int ExecFunction(const QString& Name, I32 Id, int Argc, const U64* Args, U64* Re
         Heap->High = Before.High;
         Heap->LocalsHead = Before.LocalsHead;
         Heap->LocalsTail = Before.LocalsTail;
+        Heap->Function = Before.Function;
         const QString Proto = Id >= 1 && Id <= USER_FUNCTION_COUNT ? GetUserFunctionPrototype(Id) : Name;
         SetError(QStringLiteral("Error in script function ") + Proto, true);
         R = -1;
@@ -415,6 +427,14 @@ int DefineConst(const QString& Name, const QString& Expression, I64& Value, QStr
     return 0;
 }
 
+bool StopScript() {
+    if (!S().Interp || S().CallLevel == 0) {
+        return false;
+    }
+    S().Interp->AbortFlag = 1;
+    return true;
+}
+
 void RequestStop() {
     S().ClosingFlag = 1;
     if (S().Interp) {
@@ -460,6 +480,9 @@ I32 GetLastErrorLine() {
 }
 QString GetLastErrorSource() {
     return S().LastErrorSource;
+}
+QString GetLastErrorFunction() {
+    return S().LastErrorFunction;
 }
 
 U32 HashText(const QByteArray& Bytes) {

@@ -81,6 +81,9 @@ int DefineConst(const QString& Name, const QString& Expression, I64& Value, QStr
 
 /// Asks a running script to end: no call starts any more and its loops and calls stop.
 void RequestStop();
+/// The user's stop: the running script ends at its next statement with the error "script stopped by the
+/// user.", and later calls run as before. False, doing nothing, when no script runs.
+bool StopScript();
 
 // State, for the project layer and for tests.
 CScriptHeap* GetInterpreter();
@@ -98,6 +101,8 @@ I32 GetCurrentFunction();
 QString GetLastErrorText();
 I32 GetLastErrorLine();
 QString GetLastErrorSource();
+/// The script function in which the last error arose; empty for none.
+QString GetLastErrorFunction();
 
 /// The classic 32-bit string hash of the toolkit, stable across processes.
 U32 HashText(const QByteArray& Bytes);

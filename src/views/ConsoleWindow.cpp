@@ -94,6 +94,13 @@ CConsoleWindow::CConsoleWindow(QWidget* Parent) : CWindow(QStringLiteral("Consol
     ConnectAction(m_ActionHelp, this, &CConsoleWindow::OnActionHelpTriggered);
     ConnectAction(m_ActionShowSidebar, this, &CConsoleWindow::OnActionShowSidebarTriggered);
     connect(m_ActionClear, &QAction::triggered, this, &CConsoleWindow::Clear);
+    // Escape anywhere in the Console stops a script that runs away.
+    auto* StopScript = new QAction(QStringLiteral("Stop Script"), this);
+    StopScript->setObjectName(QStringLiteral("actionConsoleStopScript"));
+    StopScript->setShortcut(QKeySequence(Qt::Key_Escape));
+    StopScript->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    addAction(StopScript);
+    connect(StopScript, &QAction::triggered, this, &CConsoleWindow::StopScriptRequested);
 
     connect(m_Input, &QLineEdit::returnPressed, this, [this]() { OnCommandEntered(m_Input->text()); });
     connect(m_Text, &QWidget::customContextMenuRequested, this,

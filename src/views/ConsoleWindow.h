@@ -39,6 +39,10 @@ public:
     /// Time text of a timestamp in microseconds: "s.mmm uuu", "mm:ss.mmm uuu" or "h:mm:ss.mmm uuu".
     static QString FormatTimestamp(quint64 Micros);
 
+signals:
+    /// Escape in the Console: the user asks to stop the running script.
+    void StopScriptRequested();
+
 public slots:
     void Update();
     void Clear() override;

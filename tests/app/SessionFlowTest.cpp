@@ -158,6 +158,26 @@ TEST_F(SessionFlow, ConnectingRunsTheHandlersInTheOrderOfTheSteps) {
     EXPECT_TRUE(Commands::IsCommandEnabled(CMD_DEBUG_DISCONNECT));
 }
 
+TEST_F(SessionFlow, AFailingHandlerIsReportedAndTheLaterOnesStillRun) {
+    // Line 7 of the file: the project's OnProjectLoad takes five lines.
+    Open("void BeforeTargetConnect (void) {\n  Util.Log (\"Ran BeforeTargetConnect\") x;\n}\n" +
+         Handlers({"BeforeTargetConnect"}));
+    Mark();
+    Run("Debug.Connect");
+    ASSERT_TRUE(Settle());
+    const QStringList Lines = Since();
+    EXPECT_EQ(Lines
+                  .filter("script interpretation failure: Expected a ';' at line 7 in function "
+                          "BeforeTargetConnect")
+                  .size(),
+              1)
+        << Lines.join('\n').toStdString();
+    EXPECT_EQ(Ran(Lines),
+              QStringList({"Ran BeforeTargetConnect", "Ran AfterTargetConnect", "Ran BeforeTargetReset",
+                           "Ran AfterTargetReset", "Ran BeforeTargetDownload", "Ran AfterTargetDownload"}))
+        << "the program's PC and SP are set up after the download";
+}
+
 TEST_F(SessionFlow, AConnectHandlerReplacesTheConnection) {
     Open(Handlers({"AfterTargetConnect"}) +
          "void TargetConnect (void) {\n  Util.Log (\"Ran TargetConnect\");\n  Exec.Connect ();\n}\n"

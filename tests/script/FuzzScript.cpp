@@ -81,6 +81,9 @@ const char* const s_Tokens[] = {
     "NativeS",
     "Fz.Call",
     "Fz.Stop",
+    "Fz.Abort",
+    "Fz.Const",
+    "Kc",
     "SEVEN",
     "MINUS_ONE",
     "Undefined",
@@ -262,8 +265,9 @@ private:
     }
 
     void Call(int Depth) {
-        static const char* const Functions[] = {"F",       "G",       "H",       "Native0", "Native1",
-                                                "Native2", "Native8", "NativeS", "Fz.Call", "Fz.Stop"};
+        static const char* const Functions[] = {"F",       "G",       "H",        "Native0",
+                                                "Native1", "Native2", "Native8",  "NativeS",
+                                                "Fz.Call", "Fz.Stop", "Fz.Abort", "Fz.Const"};
         const char* Name = m_R.Pick(Functions);
         Emit(std::string(Name) + "(");
         int Args = 0;
@@ -273,6 +277,8 @@ private:
             Args = 2;
         } else if (!std::strcmp(Name, "Native8")) {
             Args = 8;
+        } else if (!std::strcmp(Name, "Fz.Const")) {
+            Args = 1;
         } else if (Name[0] == 'F' && Name[1] != 'z') {
             Args = static_cast<int>(m_R.Below(4));
         }
@@ -544,6 +550,33 @@ I32 NativeStop(const U64*, int) {
     return 0;
 }
 
+/// The host's stop request of the user, which ends the run with an error.
+I32 NativeAbort(const U64*, int) {
+    t_Heap->AbortFlag = 1;
+    return 0;
+}
+
+thread_local U64 t_ConstsDefined = 0;
+
+/// Defines a constant during a run, as Script.DefineConst does.
+I32 NativeConst(const U64* Args, int) {
+    ++t_ConstsDefined;
+    return ScriptInterp::RegisterConstant(t_Heap, "Kc", static_cast<I32>(Args[0]));
+}
+
+/// Every global, its name included, below the low end: the room of a call's literals went back, and
+/// nothing that lives on with it.
+bool GlobalsBelowLow(const CScriptHeap* H) {
+    for (const CScriptNode* N = H->GlobalsHead; N; N = N->Next) {
+        const auto* Node = reinterpret_cast<const U8*>(N);
+        const auto* Name = reinterpret_cast<const U8*>(N->Name);
+        if (Node + sizeof(CScriptNode) > H->Low || (Name && Name + N->NameLen >= H->Low)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 thread_local U64 t_Errors = 0;
 thread_local bool t_BadError = false;
 /// How often each error text came up: which of the interpreter's failures the run reached.
@@ -603,6 +636,8 @@ bool RunCase(U8* Block, const std::string& Text, Rng& R, STATS& Stats) {
     ScriptInterp::RegisterNative(H, "__api__ int NativeS (const char* s);", NativeString);
     ScriptInterp::RegisterNative(H, "__api__ int Fz.Call (const char* s);", NativeCall);
     ScriptInterp::RegisterNative(H, "__api__ int Fz.Stop (void);", NativeStop);
+    ScriptInterp::RegisterNative(H, "__api__ int Fz.Abort (void);", NativeAbort);
+    ScriptInterp::RegisterNative(H, "__api__ int Fz.Const (int v);", NativeConst);
     ScriptInterp::RegisterConstant(H, "SEVEN", 7);
     ScriptInterp::RegisterConstant(H, "MINUS_ONE", -1);
     ++Stats.Cases;
@@ -619,14 +654,20 @@ bool RunCase(U8* Block, const std::string& Text, Rng& R, STATS& Stats) {
             H->StepLimit = STEPS_PER_CALL;
             U64 Args[4] = {R.Next() % 10, R.Next(), 0, ~U64(0)};
             U64 Result = 0;
+            const U8* const LowBefore = H->Low;
+            const U64 ConstsBefore = t_ConstsDefined;
             const int Rc =
                 R.Chance(50)
                     ? ScriptInterp::CallFunction(H, N->Name)
                     : ScriptInterp::CallFunctionEx(H, N->Name, static_cast<int>(R.Below(5)), Args, &Result);
             ++Stats.Calls;
             Stats.CallsOk += Rc == 0;
-            if (H->Nesting != 0 || H->High != H->BlockEnd || H->LocalsHead || H->Low > H->High) {
+            if (H->Nesting != 0 || H->High != H->BlockEnd || H->LocalsHead || H->Low > H->High ||
+                H->Function || H->AbortFlag) {
                 return Fail("the interpreter is not at rest after a call", Text);
+            }
+            if ((t_ConstsDefined == ConstsBefore && H->Low != LowBefore) || !GlobalsBelowLow(H)) {
+                return Fail("a call did not give back the room of its literals", Text);
             }
         }
         ScriptInterp::ClearError(H);

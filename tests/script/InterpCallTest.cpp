@@ -56,6 +56,38 @@ TEST_F(Call, FailedArgumentIsReportedAndTheCallSkipped) {
               (std::vector<std::string>{"unknown identifier.", "expected a value or an identifier."}));
 }
 
+TEST_F(Call, AnArgumentsErrorIsReportedAsTheFirstCauseAtItsLine) {
+    // Parsing goes on from inside the broken literal, where ")" can't stand: the last report, the one the
+    // host keeps, names the literal and not the missing ")".
+    const struct {
+        const char* Body;
+        const char* Cause;
+        int Line;
+    } Cases[] = {
+        {"Log(\"a\\qb\");", "unexpected escape character.", 2},
+        {"Log(\"two\nlines\");", "illegal character in string", 2},
+        {"Note(1);\n  Sum2(1, Sum1(\"x\\q\"));", "unexpected escape character.", 3},
+    };
+    for (const auto& C : Cases) {
+        Errors.clear();
+        ErrorLines.clear();
+        ASSERT_EQ(Load(std::string("void F (void) {\n  ") + C.Body + "\n}\n"), 0);
+        EXPECT_EQ(Run("F"), -1) << C.Body;
+        ASSERT_FALSE(Errors.empty()) << C.Body;
+        EXPECT_EQ(Errors.back(), C.Cause) << C.Body;
+        EXPECT_EQ(ErrorLines.back(), C.Line) << C.Body;
+        EXPECT_STREQ(H->ErrorText, C.Cause) << C.Body;
+    }
+    // A failed argument in a call that closes properly leaves the first error and parsing goes on.
+    Errors.clear();
+    ASSERT_EQ(Load("__int64 F (void) { Sum2(nothing, alsonothing); return 4; }"), 0);
+    U64 R = 0;
+    EXPECT_EQ(RunEx("F", {}, &R), 0);
+    EXPECT_EQ(R, 4u);
+    EXPECT_EQ(Errors.back(), "unknown identifier.");
+    EXPECT_TRUE(NativeCalls.empty());
+}
+
 TEST_F(Call, ScriptFunctionsWithParametersAndResults) {
     ASSERT_EQ(Load("__int64 Add (__int64 a, __int64 b) { return a + b; }\n"
                    "int Twice (int x) { return Add(x, x); }\n"

@@ -186,6 +186,58 @@ TEST_F(Stmt, StopFlagEndsLoopsAndCalls) {
     EXPECT_EQ(Counter, Before);
 }
 
+namespace {
+
+int s_Yields = 0;
+
+/// The host's turn during a long run; the third asks to stop, as the user's menu entry would.
+void YieldAndStop(CScriptHeap* Heap) {
+    if (++s_Yields == 3) {
+        Heap->AbortFlag = 1;
+    }
+}
+
+/// Runs Spin as a nested call from the host, as Script.Exec does.
+I32 Nested(const U64*, int) {
+    U64 R = 0;
+    return ScriptInterp::CallFunctionEx(InterpFixture::Current, "Spin", 0, nullptr, &R);
+}
+
+} // namespace
+
+TEST_F(Stmt, ALongRunYieldsAndTheUsersStopEndsItWithAnError) {
+    ASSERT_EQ(Load("void Spin (void) {\n  while (1) {\n    Count();\n  }\n}\n"
+                   "void Outer (void) {\n  Nested();\n  Log(\"after\");\n}\n"
+                   "__int64 Five (void) { return 5; }"),
+              0);
+    s_Yields = 0;
+    H->YieldCallback = YieldAndStop;
+    // Without the stop the run would end here, silently.
+    H->StepLimit = 100 * SCRIPT_YIELD_INTERVAL;
+    EXPECT_EQ(Run("Spin"), -1);
+    EXPECT_EQ(s_Yields, 3);
+    EXPECT_EQ(FirstError(), SCRIPT_STOPPED_TEXT);
+    EXPECT_GE(ErrorLines.front(), 2);
+    EXPECT_LE(ErrorLines.front(), 3);
+    EXPECT_FALSE(H->StopFlag);
+    EXPECT_GT(Counter, 3 * static_cast<int>(SCRIPT_YIELD_INTERVAL) / 4);
+    EXPECT_FALSE(H->AbortFlag) << "the stop ends with the call";
+    // The next call runs as before.
+    ScriptInterp::ClearError(H);
+    U64 R = 0;
+    EXPECT_EQ(RunEx("Five", {}, &R), 0);
+    EXPECT_EQ(R, 5u);
+    // A stop in a nested call ends the outer one too.
+    ASSERT_EQ(ScriptInterp::RegisterNative(H, "__api__ int Nested (void);", Nested), 0);
+    s_Yields = 0;
+    Errors.clear();
+    H->StepLimit = 100 * SCRIPT_YIELD_INTERVAL;
+    EXPECT_EQ(Run("Outer"), -1);
+    EXPECT_EQ(Errors, std::vector<std::string>(2, SCRIPT_STOPPED_TEXT));
+    EXPECT_TRUE(Logged.empty());
+    EXPECT_FALSE(H->AbortFlag);
+}
+
 TEST_F(Stmt, LinesAreCountedAlsoInComments) {
     ASSERT_EQ(Load("void F (void) {\n/* one\ntwo */\n// three\n  int a;\n  a = ;\n}\n"), 0);
     EXPECT_EQ(Run("F"), -1);

@@ -151,6 +151,40 @@ TEST_F(Text, StringLiteralsUseUpTheBlock) {
     EXPECT_GT(Logged.size(), 1000u);
 }
 
+namespace {
+
+/// Defines a constant while a script runs, as Script.DefineConst does.
+I32 DefineK(const U64* Args, int) {
+    return ScriptInterp::RegisterConstant(InterpFixture::Current, "K", static_cast<I32>(Args[0]));
+}
+
+} // namespace
+
+TEST_F(Text, TheLiteralsOfACallFromTheHostAreGivenBack) {
+    // A handler runs on every halt: ten literals a run, far more runs than the block holds literals.
+    ASSERT_EQ(Load("void F (void) { __int64 i; i = 0; while (i < 10) { Log(\"a literal that takes room\"); "
+                   "i += 1; } }\n"
+                   "__int64 G (__int64 v) { Def(v); Log(\"more room\"); return K; }"),
+              0);
+    ASSERT_EQ(ScriptInterp::RegisterNative(H, "__api__ int Def (int v);", DefineK), 0);
+    const U8* const Low = H->Low;
+    for (int Run_ = 0; Run_ < 20000; ++Run_) {
+        ASSERT_EQ(Run("F"), 0) << "run " << Run_ << ": " << FirstError();
+    }
+    EXPECT_EQ(Logged.size(), 200000u);
+    EXPECT_EQ(H->Low, Low);
+    U64 V = 0;
+    EXPECT_EQ(ScriptInterp::EvaluateText(H, "Log(\"from the host\") + 1", &V), 0);
+    EXPECT_EQ(H->Low, Low);
+    // A constant defined during a call stands among its literals, and outlives them.
+    U64 R = 0;
+    ASSERT_EQ(RunEx("G", {41}, &R), 0);
+    EXPECT_EQ(R, 41u);
+    ASSERT_EQ(ScriptInterp::EvaluateText(H, "K + 1", &R), 0);
+    EXPECT_EQ(R, 42u);
+    EXPECT_EQ(H->Low - Low, static_cast<long>(sizeof(CScriptNode) + 8)) << "the constant's node and name";
+}
+
 TEST_F(Text, LocalInALongLoopEndsWithoutData) {
     // Every round declares anew; the name finds the first declaration, so the newest, once it found no
     // room for its data, is never used. The round after finds no room for its node and the run ends

@@ -6,6 +6,7 @@
 #include "script/Interp.h"
 
 #include <QFile>
+#include <QTimer>
 
 #include <stdexcept>
 
@@ -97,6 +98,34 @@ TEST_F(Host, LastErrorIsSimplifiedForTheUser) {
     EXPECT_EQ(Exec("F", {}), -1);
     EXPECT_EQ(TScript::GetLastErrorText(), "unexpected escape character.");
     EXPECT_EQ(TScript::GetLastError(), "unexpected escape character at line 3");
+}
+
+TEST_F(Host, AnErrorInACallsArgumentNamesItsCauseFunctionAndLine) {
+    ASSERT_EQ(Load("void Helper (void) {\n  Util.Log(\"one\");\n  Util.Log(\"a\\qb\");\n}\n"
+                   "void AfterTargetDownload (void) {\n  Helper();\n}\n"),
+              0);
+    EXPECT_EQ(TScript::ExecUserFunction(11), -1);
+    EXPECT_EQ(TScript::GetLastError(), "unexpected escape character at line 3");
+    EXPECT_EQ(TScript::GetLastErrorSource(), "  Util.Log(\"a\\qb\");");
+    EXPECT_EQ(TScript::GetLastErrorFunction(), "Helper") << "the function in which the error stands";
+}
+
+TEST_F(Host, TheUserStopsARunawayScriptWhileItsEventsAreProcessed) {
+    ASSERT_EQ(Load("void Spin (void) {\n  while (1) {\n  }\n}\n__int64 Five (void) { return 5; }\n"), 0);
+    EXPECT_FALSE(TScript::StopScript()) << "no script runs";
+    // The stop arrives as the user's would, from the event loop, while the script runs.
+    bool Asked = false;
+    QTimer::singleShot(20, [&Asked]() { Asked = TScript::StopScript(); });
+    // Without the stop the run ends here, with no error.
+    TScript::GetInterpreter()->StepLimit = 200000000;
+    EXPECT_EQ(TScript::ExecFunction("Spin", 0, 0, nullptr, nullptr), -1);
+    EXPECT_TRUE(Asked);
+    EXPECT_EQ(TScript::GetLastError(), "script stopped by the user at line 2");
+    EXPECT_EQ(TScript::GetLastErrorFunction(), "Spin");
+    TScript::ClearError();
+    U64 Result = 0;
+    EXPECT_EQ(Exec("Five", {}, &Result), 0) << "a stopped script runs again";
+    EXPECT_EQ(Result, 5u);
 }
 
 TEST_F(Host, ExecFunctionResults) {
@@ -231,6 +260,7 @@ TEST_F(Host, ExceptionInACallIsReported) {
     const CScriptHeap* H = TScript::GetInterpreter();
     EXPECT_EQ(H->High, H->BlockEnd);
     EXPECT_EQ(H->Nesting, 0);
+    EXPECT_EQ(H->Function, nullptr);
     EXPECT_EQ(TScript::GetCallLevel(), 0);
 }
 

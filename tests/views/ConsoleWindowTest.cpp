@@ -145,6 +145,19 @@ TEST_F(ConsoleWindowTest, ClearEmptiesPanesAndRing) {
     EXPECT_TRUE(m_Console->GetTimestampPane()->toPlainText().isEmpty());
 }
 
+TEST_F(ConsoleWindowTest, EscapeAnywhereInTheConsoleAsksToStopTheScript) {
+    QSignalSpy Stop(m_Console.get(), &CConsoleWindow::StopScriptRequested);
+    m_Console->show();
+    m_Console->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(m_Console.get()));
+    m_Console->GetInputField()->setText("half typed");
+    QTest::keyClick(m_Console->GetInputField(), Qt::Key_Escape);
+    EXPECT_EQ(Stop.count(), 1);
+    EXPECT_EQ(m_Console->GetInputField()->text(), "half typed") << "the typed line stays";
+    QTest::keyClick(m_Console->GetTextPane(), Qt::Key_Escape);
+    EXPECT_EQ(Stop.count(), 2);
+}
+
 TEST_F(ConsoleWindowTest, WritesItsTextToTheConsoleLogFile) {
     QTemporaryDir Dir;
     const QString Path = Dir.filePath("console.txt");

@@ -1,5 +1,6 @@
 #include "app/MainWindow.h"
 
+#include "app/MessageHandler.h"
 #include "app/StatusBar.h"
 #include "app/WelcomeScreen.h"
 #include "app/core/Automation.h"
@@ -80,6 +81,8 @@ CMainWindow::CMainWindow() : CWindow(QStringLiteral("MainWindow")) {
     // The device's answers arrive through this timer from the start.
     m_EventWorker = new CDeviceEventWorker(this);
     DeviceEvents::ResetRing();
+    // The toolkit's complaints about the steps below (settings, fonts, docks) go to the log too.
+    InstallToolkitMessageHandler();
     RegisterMetaTypes();
 
     // Settings first: the steps below read them.

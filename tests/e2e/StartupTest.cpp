@@ -144,6 +144,24 @@ TEST(Startup, LogFileReceivesTheLog) {
     EXPECT_TRUE(F.readAll().contains(" i  Into the file\n"));
 }
 
+TEST(Startup, ToolkitMessagesOfTheWindowsConstructionReachTheLog) {
+    ArnexProcess Arnex;
+    QDir().mkpath(Arnex.ConfigHome() + "/Tolvek");
+    {
+        // A font the toolkit can't read: it complains while the main window loads its fonts.
+        QSettings Store(Arnex.SettingsFile(), QSettings::IniFormat);
+        Store.setValue("AppData/Preferences/Fonts/FONT_CONSOLE", QString(40, ','));
+    }
+    const QString Log = Arnex.TempPath("arnex.log");
+    const ArnexRun R = Arnex.Exec({"Util.Log alive"}, {"-logfile", Log, "-loginterval", "1"});
+    ASSERT_TRUE(R.Finished);
+    QFile F(Log);
+    ASSERT_TRUE(F.open(QIODevice::ReadOnly));
+    const QString Text = QString::fromUtf8(F.readAll());
+    EXPECT_TRUE(Text.contains("[W] QFont::fromString: Invalid description")) << Text.toStdString();
+    EXPECT_FALSE(R.Stderr.contains("QFont::fromString")) << R.Stderr.toStdString();
+}
+
 TEST(Startup, AbsurdCommandLines) {
     ArnexProcess Arnex;
     QStringList Args;

@@ -66,6 +66,8 @@ public:
     int AskSaveProjectChanges();
     /// The project check with its reaction: 0 nothing found, 1 go on, -1 the user gave up.
     int CheckProject(bool ShowDialog);
+    /// Takes the CPU register description of the device's core when the project names none.
+    void LoadDefaultRegisterSet();
     QStringList GetRecentPrograms() const { return m_RecentPrograms; }
     QString GetProgramPath() const { return m_ProgramPath; }
     /// The session state of the windows and tool bars in the project's user file.

@@ -118,6 +118,7 @@ void CMainWindow::OnProjectFileOpened(const QString& Path) {
         NewProject();
         return;
     }
+    LoadDefaultRegisterSet();
     LoadUserFile(Project->GetUserFilePath());
     for (CWindow* W : m_DebugWindows) {
         W->OnProjectFileOpened(Path);
@@ -190,6 +191,7 @@ bool CMainWindow::CreateProject(const QString& Path, const QStringList& Lines, b
         NewProject();
         return false;
     }
+    LoadDefaultRegisterSet();
     UpdateProjectActions();
     return true;
 }

@@ -144,6 +144,22 @@ TEST(Startup, LogFileReceivesTheLog) {
     EXPECT_TRUE(F.readAll().contains(" i  Into the file\n"));
 }
 
+TEST(Startup, ErrorsOfTheStartupFailAnUnattendedRun) {
+    ArnexProcess Arnex;
+    // The project named on the command line is missing.
+    ArnexRun R = Arnex.Run({Arnex.TempPath("missing.tvproj"), "-exec", "Util.Log alive", "-quit"});
+    ASSERT_TRUE(R.Finished);
+    EXPECT_EQ(R.Lines.last(), "alive");
+    EXPECT_EQ(R.ExitCode, 1) << R.Lines.join('\n').toStdString();
+    // The project of the command line can't be made: a required argument is missing.
+    R = Arnex.Run({"-device", "STM32F407VG", "-usb", "-exec", "Util.Log alive", "-quit"});
+    EXPECT_TRUE(R.Lines.contains("Failed to create project from command line arguments: required argument "
+                                 "\"target interface\" is missing."));
+    EXPECT_EQ(R.ExitCode, 1);
+    R = Arnex.Run({"-device", "STM32F407VG", "-usb", "-quit"});
+    EXPECT_EQ(R.ExitCode, 1) << "-quit alone";
+}
+
 TEST(Startup, ToolkitMessagesOfTheWindowsConstructionReachTheLog) {
     ArnexProcess Arnex;
     QDir().mkpath(Arnex.ConfigHome() + "/Tolvek");

@@ -34,6 +34,11 @@ void CExecRunner::RunNext() {
     if (m_Window->IsClosing()) {
         return;
     }
+    // A close that waits for the session's end comes before any further line.
+    if (m_Window->IsClosePending()) {
+        QTimer::singleShot(10, this, &CExecRunner::RunNext);
+        return;
+    }
     // A project that a line asked for opens before the next line runs.
     if (CProject::Instance()->IsOpenPending()) {
         QTimer::singleShot(10, this, &CExecRunner::RunNext);

@@ -457,11 +457,15 @@ void CMainWindow::changeEvent(QEvent* Event) {
 }
 
 void CMainWindow::closeEvent(QCloseEvent* Event) {
-    // A session ends first; its end closes the window again. A second close while that runs goes on.
+    // A session ends first, if the user agrees; its end closes the window again. A second close while
+    // that runs goes on.
     if (!m_Closing && m_PendingAction != 3 && CDevice::Instance()->Connected.load()) {
-        m_PendingAction = 3;
-        Disconnect();
         Event->ignore();
+        if (MessageBox::Ask(this, QStringLiteral("Stop Debugging"), QStringLiteral("Close this Session?"),
+                            QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes) == QMessageBox::Yes) {
+            m_PendingAction = 3;
+            Disconnect();
+        }
         return;
     }
     if (!m_Closing && AskSaveProjectChanges() == 2) {

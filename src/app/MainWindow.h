@@ -41,6 +41,8 @@ public:
     CWindow* FindDebugWindow(const QString& Name) const;
     QToolBar* FindToolBar(const QString& Name) const;
     bool IsClosing() const { return m_Closing; }
+    /// A close waits for the end of the session.
+    bool IsClosePending() const { return m_PendingAction == 3; }
     bool IsInitComplete() const { return m_InitComplete; }
     /// "Arnex - New Project" until a project exists.
     void UpdateTitle();

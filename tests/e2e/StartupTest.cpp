@@ -96,6 +96,35 @@ TEST(Startup, ExitStopsTheRemainingLines) {
     EXPECT_EQ(R.Lines, QStringList({"File.Exit();"}));
 }
 
+TEST(Startup, ExitDuringASessionEndsTheSessionFirst) {
+    ArnexProcess Arnex;
+    const QString Demo =
+        QDir::cleanPath(qEnvironmentVariable("ARNEX_BIN_DIR") + "/../firmware/demo-O0-dwarf4.elf");
+    const QString Project = Arnex.TempPath("fake.tvproj");
+    QFile F(Project);
+    ASSERT_TRUE(F.open(QIODevice::WriteOnly));
+    F.write(("void OnProjectLoad (void) {\n  Project.SetDevice (\"FAKE\");\n  Project.SetHostIF (\"USB\", "
+             "\"\");\n"
+             "  File.Open (\"" +
+             Demo +
+             "\");\n}\n"
+             "void AfterTargetDisconnect (void) {\n  Util.Log (\"Ran AfterTargetDisconnect\");\n}\n")
+                .toUtf8());
+    F.close();
+    const ArnexRun R =
+        Arnex.Run({Project, "-exec", "Debug.Connect", "-exec", "File.Exit", "-exec", "Util.Log never"});
+    ASSERT_TRUE(R.Finished) << "File.Exit ends the program once the session has ended";
+    const std::string All = R.Lines.join('\n').toStdString();
+    EXPECT_EQ(R.ExitCode, 0) << All;
+    const qsizetype Asked =
+        R.Lines.indexOf("[Stop Debugging] Close this Session? -> Yes (unattended: default answer)");
+    ASSERT_GE(Asked, 0) << All;
+    EXPECT_GT(R.Lines.indexOf("Tarvo: connected to target device"), 0) << All;
+    EXPECT_GT(R.Lines.indexOf("Ran AfterTargetDisconnect"), Asked) << "the session ends as by Debug.Stop\n"
+                                                                   << All;
+    EXPECT_FALSE(R.Lines.contains("never"));
+}
+
 TEST(Startup, StaleSettingsVanishAndJunkDoesNoHarm) {
     ArnexProcess Arnex;
     QDir().mkpath(Arnex.ConfigHome() + "/Tolvek");

@@ -1,8 +1,13 @@
 #include "AppFixture.h"
 
+#include "app/WelcomeScreen.h"
 #include "app/core/SysVars.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTest>
 #include <QToolButton>
 
 namespace {
@@ -140,6 +145,39 @@ TEST_F(MainWindowTest, FontsReachTheConsole) {
     EXPECT_EQ(Run("Edit.Font (FONT_NOPE, \"x\")"),
               QStringList({"Edit.Font (FONT_NOPE, \"x\"); unknown font"}));
     EXPECT_EQ(Run("Edit.Font (8, \"\")").last(), "Edit.Font (8, \"\"); invalid parameter");
+}
+
+TEST(WelcomeScreen, EnterOpensTheHighlightedRecentProject) {
+    const QStringList Recent = {"/work/one.tvproj", "/work/two.tvproj", "/work/three.tvproj"};
+    CWelcomeScreen Welcome(Recent, QApplication::font());
+    Welcome.show();
+    QApplication::setActiveWindow(&Welcome);
+    auto* List = Welcome.findChild<QListWidget*>();
+    ASSERT_NE(List, nullptr);
+    EXPECT_EQ(List->currentRow(), 0) << "the most recent is highlighted";
+    // The user highlights the second and presses Enter where the focus is.
+    List->setCurrentRow(1);
+    QWidget* Focus = Welcome.focusWidget() ? Welcome.focusWidget() : &Welcome;
+    QTest::keyClick(Focus, Qt::Key_Return);
+    EXPECT_EQ(Welcome.GetResult(), CWelcomeScreen::OPEN_RECENT);
+    EXPECT_EQ(Welcome.GetChosenProject(), "/work/two.tvproj");
+    EXPECT_FALSE(Welcome.isVisible());
+
+    // The default button names what it does, and goes with the highlight.
+    CWelcomeScreen Again(Recent, QApplication::font());
+    QPushButton* Default = nullptr;
+    for (QPushButton* B : Again.findChildren<QPushButton*>()) {
+        if (B->isDefault()) {
+            Default = B;
+        }
+    }
+    ASSERT_NE(Default, nullptr);
+    Again.findChild<QListWidget*>()->setCurrentRow(2);
+    Default->click();
+    EXPECT_EQ(Again.GetResult(), CWelcomeScreen::OPEN_RECENT);
+    EXPECT_EQ(Again.GetChosenProject(), "/work/three.tvproj");
+    Again.findChild<QListWidget*>()->setCurrentRow(-1);
+    EXPECT_FALSE(Default->isEnabled()) << "nothing highlighted, nothing to open";
 }
 
 } // namespace

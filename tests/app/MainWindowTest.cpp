@@ -5,7 +5,9 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QClipboard>
 #include <QListWidget>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTest>
 #include <QToolButton>
@@ -145,6 +147,27 @@ TEST_F(MainWindowTest, FontsReachTheConsole) {
     EXPECT_EQ(Run("Edit.Font (FONT_NOPE, \"x\")"),
               QStringList({"Edit.Font (FONT_NOPE, \"x\"); unknown font"}));
     EXPECT_EQ(Run("Edit.Font (8, \"\")").last(), "Edit.Font (8, \"\"); invalid parameter");
+}
+
+TEST_F(MainWindowTest, CtrlCInTheConsoleCopiesWithoutACommand) {
+    Main()->show();
+    QApplication::setActiveWindow(Main());
+    Run("Util.Log (\"copy me\")");
+    QPlainTextEdit* Pane = Console()->GetTextPane();
+    QTextCursor Cursor = Pane->document()->find("copy me");
+    ASSERT_FALSE(Cursor.isNull());
+    Pane->setTextCursor(Cursor);
+    Pane->setFocus();
+    QApplication::clipboard()->clear();
+    const QString Before = Console()->GetText();
+    QTest::keyClick(Pane, Qt::Key_C, Qt::ControlModifier);
+    Console()->Drain();
+    EXPECT_EQ(QApplication::clipboard()->text(), "copy me");
+    EXPECT_EQ(Console()->GetText(), Before) << "no Edit.Copy line: the selection stays where it is";
+    EXPECT_EQ(Pane->textCursor().selectedText(), "copy me");
+    // Elsewhere Ctrl+C stays the command.
+    EXPECT_EQ(Run("Edit.Copy (\"given\")").first(), "Edit.Copy (\"given\");");
+    EXPECT_EQ(QApplication::clipboard()->text(), "given");
 }
 
 TEST(WelcomeScreen, EnterOpensTheHighlightedRecentProject) {

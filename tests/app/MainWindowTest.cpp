@@ -1,6 +1,7 @@
 #include "AppFixture.h"
 
 #include "app/WelcomeScreen.h"
+#include "app/core/Automation.h"
 #include "app/core/SysVars.h"
 
 #include <QAction>
@@ -9,6 +10,7 @@
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QTest>
 #include <QToolButton>
 
@@ -150,8 +152,13 @@ TEST_F(MainWindowTest, FontsReachTheConsole) {
 }
 
 TEST_F(MainWindowTest, CtrlCInTheConsoleCopiesWithoutACommand) {
+    // Shortcuts need the window on the screen; its first paint runs the start-up, unattended here.
+    Automation::SetActive(true);
+    QSignalSpy Started(Main(), &CMainWindow::StartupDone);
     Main()->show();
     QApplication::setActiveWindow(Main());
+    Started.wait(5000);
+    Automation::SetActive(false);
     Run("Util.Log (\"copy me\")");
     QPlainTextEdit* Pane = Console()->GetTextPane();
     QTextCursor Cursor = Pane->document()->find("copy me");
@@ -168,6 +175,7 @@ TEST_F(MainWindowTest, CtrlCInTheConsoleCopiesWithoutACommand) {
     // Elsewhere Ctrl+C stays the command.
     EXPECT_EQ(Run("Edit.Copy (\"given\")").first(), "Edit.Copy (\"given\");");
     EXPECT_EQ(QApplication::clipboard()->text(), "given");
+    Main()->hide();
 }
 
 TEST(WelcomeScreen, EnterOpensTheHighlightedRecentProject) {

@@ -41,8 +41,8 @@ constexpr int MAX_RECENT_PROJECTS = 4;
 QStringList Filtered(const QStringList& List, const char* Patterns, int Max) {
     QStringList Kept;
     for (const QString& Path : List) {
-        if (Kept.size() < Max && !Kept.contains(Path) && Paths::MatchesAny(QFileInfo(Path).fileName(), Patterns) &&
-            QFileInfo(Path).isFile()) {
+        if (Kept.size() < Max && !Kept.contains(Path) &&
+            Paths::MatchesAny(QFileInfo(Path).fileName(), Patterns) && QFileInfo(Path).isFile()) {
             Kept.append(Path);
         }
     }

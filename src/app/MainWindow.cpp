@@ -462,9 +462,15 @@ void CMainWindow::closeEvent(QCloseEvent* Event) {
     if (!m_Closing && m_PendingAction != 3 && CDevice::Instance()->Connected.load()) {
         Event->ignore();
         if (MessageBox::Ask(this, QStringLiteral("Stop Debugging"), QStringLiteral("Close this Session?"),
-                            QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes) == QMessageBox::Yes) {
+                            QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes) != QMessageBox::Yes) {
+            return;
+        }
+        if (CDevice::Instance()->Connected.load()) {
             m_PendingAction = 3;
             Disconnect();
+        } else {
+            // The session ended while the question was up: nothing to wait for.
+            QTimer::singleShot(0, this, &QWidget::close);
         }
         return;
     }

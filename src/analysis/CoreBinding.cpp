@@ -83,16 +83,16 @@ int LoadForCore(U32 Core, bool AllowDialog) {
 }
 
 int LoadForConfiguredDevice(bool AllowDialog) {
+    // An unknown device gives the loader's own message for a core of 0.
+    return LoadForCore(GetConfiguredCore(), AllowDialog);
+}
+
+U32 GetConfiguredCore() {
     const int Index = GetDeviceConfig().GetParam(DEVICE_INDEX);
     TARVO_DEVICE_INFO Entry;
     std::memset(&Entry, 0, sizeof(Entry));
     Entry.SizeOfStruct = sizeof(Entry);
-    U32 Core = 0;
-    if (Index > 0 && TARVOARM_DEVICE_GetInfo(Index, &Entry) >= 0) {
-        Core = Entry.Core;
-    }
-    // An unknown device gives the loader's own message for a core of 0.
-    return LoadForCore(Core, AllowDialog);
+    return Index > 0 && TARVOARM_DEVICE_GetInfo(Index, &Entry) >= 0 ? Entry.Core : 0;
 }
 
 void Unload() {

@@ -18,6 +18,8 @@ void InstallServices();
 int LoadForCore(U32 Core, bool AllowDialog);
 /// The same for the device that the configuration names; -1 for a device the library doesn't know.
 int LoadForConfiguredDevice(bool AllowDialog);
+/// The core identifier of the device that the configuration names; 0 for none or an unknown device.
+U32 GetConfiguredCore();
 /// Unloads the plug-in; the device goes without one.
 void Unload();
 

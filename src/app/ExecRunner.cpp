@@ -10,17 +10,14 @@
 #include <QRegularExpression>
 #include <QTimer>
 
-namespace {
-bool s_Ran = false;
-}
-
 CExecRunner::CExecRunner(CMainWindow* Window, const QStringList& Lines, bool Quit)
     : QObject(Window), m_Window(Window), m_Lines(Lines), m_Quit(Quit) {
     connect(Window, &CMainWindow::StartupDone, this, &CExecRunner::Start, Qt::QueuedConnection);
 }
 
 int CExecRunner::ExitCode() {
-    return s_Ran && GetErrorCount() > 0 ? 1 : 0;
+    // Counted from the start: a project that failed to open before the first line fails the run too.
+    return GetErrorCount() > 0 ? 1 : 0;
 }
 
 void CExecRunner::Start() {
@@ -28,8 +25,6 @@ void CExecRunner::Start() {
         return;
     }
     m_Started = true;
-    s_Ran = true;
-    ResetErrorCount();
     RunNext();
 }
 
@@ -37,6 +32,11 @@ void CExecRunner::RunNext() {
     // Each line gets a turn of the event loop of its own, as a typed line would: what a line queued
     // (a close by File.Exit, say) happens before the next line runs.
     if (m_Window->IsClosing()) {
+        return;
+    }
+    // A close that waits for the session's end comes before any further line.
+    if (m_Window->IsClosePending()) {
+        QTimer::singleShot(10, this, &CExecRunner::RunNext);
         return;
     }
     // A project that a line asked for opens before the next line runs.

@@ -12,7 +12,7 @@ class CExecRunner : public QObject {
 
 public:
     CExecRunner(CMainWindow* Window, const QStringList& Lines, bool Quit);
-    /// 1 if any line reported an error or was unknown, else 0.
+    /// 1 if any error was logged since start-up (a line's error, an unknown line included), else 0.
     static int ExitCode();
 
 public slots:

@@ -1,5 +1,6 @@
 #include "app/MainWindow.h"
 
+#include "app/MessageHandler.h"
 #include "app/StatusBar.h"
 #include "app/WelcomeScreen.h"
 #include "app/core/Automation.h"
@@ -80,6 +81,8 @@ CMainWindow::CMainWindow() : CWindow(QStringLiteral("MainWindow")) {
     // The device's answers arrive through this timer from the start.
     m_EventWorker = new CDeviceEventWorker(this);
     DeviceEvents::ResetRing();
+    // The toolkit's complaints about the steps below (settings, fonts, docks) go to the log too.
+    InstallToolkitMessageHandler();
     RegisterMetaTypes();
 
     // Settings first: the steps below read them.
@@ -455,11 +458,21 @@ void CMainWindow::changeEvent(QEvent* Event) {
 }
 
 void CMainWindow::closeEvent(QCloseEvent* Event) {
-    // A session ends first; its end closes the window again. A second close while that runs goes on.
+    // A session ends first, if the user agrees; its end closes the window again. A second close while
+    // that runs goes on.
     if (!m_Closing && m_PendingAction != 3 && CDevice::Instance()->Connected.load()) {
-        m_PendingAction = 3;
-        Disconnect();
         Event->ignore();
+        if (MessageBox::Ask(this, QStringLiteral("Stop Debugging"), QStringLiteral("Close this Session?"),
+                            QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes) != QMessageBox::Yes) {
+            return;
+        }
+        if (CDevice::Instance()->Connected.load()) {
+            m_PendingAction = 3;
+            Disconnect();
+        } else {
+            // The session ended while the question was up: nothing to wait for.
+            QTimer::singleShot(0, this, &QWidget::close);
+        }
         return;
     }
     if (!m_Closing && AskSaveProjectChanges() == 2) {

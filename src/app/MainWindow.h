@@ -41,6 +41,8 @@ public:
     CWindow* FindDebugWindow(const QString& Name) const;
     QToolBar* FindToolBar(const QString& Name) const;
     bool IsClosing() const { return m_Closing; }
+    /// A close waits for the end of the session.
+    bool IsClosePending() const { return m_PendingAction == 3; }
     bool IsInitComplete() const { return m_InitComplete; }
     /// "Arnex - New Project" until a project exists.
     void UpdateTitle();
@@ -69,6 +71,8 @@ public:
     /// The project check with its reaction: 0 nothing found, 1 go on, -1 the user gave up. First goes
     /// ahead of the project's own warnings.
     int CheckProject(bool ShowDialog, const QStringList& First = QStringList());
+    /// Takes the CPU register description of the device's core when the project names none.
+    void LoadDefaultRegisterSet();
     QStringList GetRecentPrograms() const { return m_RecentPrograms; }
     QString GetProgramPath() const { return m_ProgramPath; }
     /// The session state of the windows and tool bars in the project's user file.

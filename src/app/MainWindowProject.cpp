@@ -122,6 +122,7 @@ void CMainWindow::OnProjectFileOpened(const QString& Path) {
         NewProject();
         return;
     }
+    LoadDefaultRegisterSet();
     LoadUserFile(Project->GetUserFilePath());
     for (CWindow* W : m_DebugWindows) {
         W->OnProjectFileOpened(Path);
@@ -194,6 +195,7 @@ bool CMainWindow::CreateProject(const QString& Path, const QStringList& Lines, b
         NewProject();
         return false;
     }
+    LoadDefaultRegisterSet();
     UpdateProjectActions();
     return true;
 }

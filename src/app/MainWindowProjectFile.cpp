@@ -2,13 +2,16 @@
 
 #include "app/MainWindow.h"
 
+#include "analysis/CoreBinding.h"
 #include "analysis/CorePluginLoader.h"
 #include "app/ProjectWizard.h"
 #include "app/SysVarsEditor.h"
+#include "app/core/Catalogue.h"
 #include "app/core/CommandTable.h"
 #include "app/core/Log.h"
 #include "app/core/Paths.h"
 #include "app/core/ScriptConstants.h"
+#include "expr/RegisterFiles.h"
 #include "program/ElfWrapper.h"
 #include "script/Project.h"
 #include "script/TScript.h"
@@ -50,8 +53,12 @@ QStringList Filtered(const QStringList& List, const char* Patterns, int Max) {
 class CSessionChecks : public IProjectChecks {
 public:
     bool IsRegisterSetLoaded() override {
+        if (!CProject::Instance()->GetDefaultCpuFile().isEmpty()) {
+            return true;
+        }
+        // Peripheral descriptions don't count: the core's registers come from a "cpu" file.
         for (const QString& Svd : CProject::Instance()->GetSvdFiles()) {
-            if (CanFindFile(Svd)) {
+            if (RegisterFiles::GetFileFormat(Svd) == RegisterFiles::SVD_FORMAT_CPU) {
                 return true;
             }
         }
@@ -59,7 +66,7 @@ public:
     }
     bool HasDefaultRegisterSet() override {
         // Registers are a matter of the device's core; while it is unknown there is nothing to miss.
-        return !IsDeviceCoreKnown();
+        return !IsDeviceCoreKnown() || RegisterFiles::HasCpuSVDFileForCore(CoreBinding::GetConfiguredCore());
     }
     bool CanFindFile(const QString& Path) override { return QFileInfo(Paths::ExpandPath(Path)).isFile(); }
     bool IsDeviceCoreKnown() override { return GetDeviceConfig().GetParam(DEVICE_INDEX) > 0; }
@@ -98,11 +105,26 @@ int PluginBody(int Id, char* Buffer, int Capacity) {
     return Api.GetScriptHandlerText(static_cast<U32>(Id), Buffer, static_cast<U32>(Capacity));
 }
 
+CSessionChecks s_Checks;
+
 } // namespace
+
+void CMainWindow::LoadDefaultRegisterSet() {
+    if (!s_Checks.IsDeviceCoreKnown() || s_Checks.IsRegisterSetLoaded()) {
+        return;
+    }
+    const U32 Core = CoreBinding::GetConfiguredCore();
+    if (!RegisterFiles::HasCpuSVDFileForCore(Core)) {
+        return;
+    }
+    const QString File = Paths::ExpandPath(RegisterFiles::GetCpuSVDFileForCore(Core));
+    // A notice, not a warning: every project of a supported core that names no file comes here.
+    LogInfoMsg(CatalogBareText(71, File.toUtf8().constData()));
+    CProject::Instance()->SetDefaultCpuFile(File);
+}
 
 void CMainWindow::ConnectProject() {
     CProject* Project = CProject::Instance();
-    static CSessionChecks s_Checks;
     Project->SetChecks(&s_Checks);
     Project->SetAskSaveAsHook([this]() { return AskSaveProjectPath(); });
     Project->SetUserFunctionRunner([this](int Id) { return ExecUserFunction(Id); });

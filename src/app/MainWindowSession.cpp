@@ -325,6 +325,9 @@ void CMainWindow::OnDeviceDisconnectDone() {
 }
 
 void CMainWindow::OnDeviceDisconnectFailed() {
+    // The session goes on: what was to follow its end (a close, another project) is dropped.
+    m_PendingAction = 0;
+    m_PendingProject.clear();
     UpdateSessionActions();
 }
 

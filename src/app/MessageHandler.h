@@ -1,4 +1,5 @@
 #pragma once
 
-/// Routes the toolkit's messages into the log. Installed at start-up and again by the main window.
+/// Routes the toolkit's messages into the log. Installed early in the main window's construction, and
+/// again before the window is shown.
 void InstallToolkitMessageHandler();

@@ -39,12 +39,19 @@ CWelcomeScreen::CWelcomeScreen(const QStringList& RecentProjects, const QFont& F
         Item->setToolTip(Path);
         m_List->addItem(Item);
     }
+    // Enter opens the highlighted project, wherever the focus is but on another button.
+    auto* OpenRecentButton = new QPushButton(QStringLiteral("Open &Recent Project"), this);
+    OpenRecentButton->setDefault(true);
+    connect(m_List, &QListWidget::currentItemChanged, OpenRecentButton,
+            [OpenRecentButton](QListWidgetItem* Item) { OpenRecentButton->setEnabled(Item != nullptr); });
+    OpenRecentButton->setEnabled(false);
     if (m_List->count() > 0) {
         m_List->setCurrentRow(0);
     }
     auto* Recent = new QVBoxLayout;
     Recent->addWidget(new QLabel(QStringLiteral("Recent Projects"), this));
     Recent->addWidget(m_List, 1);
+    Recent->addWidget(OpenRecentButton, 0, Qt::AlignRight);
 
     auto* Body = new QHBoxLayout;
     Body->addLayout(Buttons);
@@ -57,10 +64,19 @@ CWelcomeScreen::CWelcomeScreen(const QStringList& RecentProjects, const QFont& F
     connect(NewButton, &QPushButton::clicked, this, [this]() { Choose(NEW_PROJECT); });
     connect(WizardButton, &QPushButton::clicked, this, [this]() { Choose(NEW_PROJECT_WIZARD); });
     connect(OpenButton, &QPushButton::clicked, this, [this]() { Choose(OPEN_PROJECT); });
-    connect(m_List, &QListWidget::itemActivated, this, [this](QListWidgetItem* Item) {
-        m_Chosen = Item->data(Qt::UserRole).toString();
-        Choose(OPEN_RECENT);
-    });
+    connect(OpenRecentButton, &QPushButton::clicked, this, &CWelcomeScreen::OpenHighlighted);
+    connect(m_List, &QListWidget::itemActivated, this, &CWelcomeScreen::OpenHighlighted);
+    // The arrow keys move the highlight from the start.
+    m_List->setFocus();
+}
+
+void CWelcomeScreen::OpenHighlighted() {
+    const QListWidgetItem* Item = m_List->currentItem();
+    if (!Item) {
+        return;
+    }
+    m_Chosen = Item->data(Qt::UserRole).toString();
+    Choose(OPEN_RECENT);
 }
 
 void CWelcomeScreen::Choose(int Result) {

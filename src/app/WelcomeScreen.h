@@ -21,6 +21,7 @@ public:
 
 private:
     void Choose(int Result);
+    void OpenHighlighted();
 
     QListWidget* m_List;
     QString m_Chosen;

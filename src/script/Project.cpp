@@ -119,6 +119,7 @@ void CProject::Close() {
     ProjectPaths::Reset();
     m_Warnings.clear();
     m_SvdFiles.clear();
+    m_DefaultCpuFile.clear();
     m_ProgramFile.clear();
     m_ProgramFileTime = QDateTime();
     m_CorePluginPath.clear();

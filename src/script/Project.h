@@ -75,6 +75,10 @@ public:
 
     QStringList GetSvdFiles() const { return m_SvdFiles; }
     void AddSvdFile(const QString& Path);
+    /// The CPU register description of the device's core, taken when the project names none. Not one of
+    /// the project's files: a save doesn't write it, so the project follows its device's core.
+    QString GetDefaultCpuFile() const { return m_DefaultCpuFile; }
+    void SetDefaultCpuFile(const QString& Path) { m_DefaultCpuFile = Path; }
     QString GetProgramFile() const { return m_ProgramFile; }
     QDateTime GetProgramFileTime() const { return m_ProgramFileTime; }
     void SetProgramFile(const QString& Path, const QDateTime& Time);
@@ -163,6 +167,7 @@ private:
     QStringList m_Warnings;
     QString m_PendingPath;
     QStringList m_SvdFiles;
+    QString m_DefaultCpuFile;
     QString m_ProgramFile;
     QString m_CorePluginPath;
     QString m_OSPluginPath;

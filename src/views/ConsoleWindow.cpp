@@ -63,6 +63,8 @@ CConsoleWindow::CConsoleWindow(QWidget* Parent) : CWindow(QStringLiteral("Consol
     m_Input->setObjectName(QStringLiteral("inputField"));
     m_Input->setPlaceholderText(QStringLiteral("Type a command, or ? for the list of commands"));
     m_Input->installEventFilter(this);
+    m_Text->installEventFilter(this);
+    m_TimeStamps->installEventFilter(this);
 
     auto* Layout = new QVBoxLayout(Central);
     Layout->setContentsMargins(0, 0, 0, 0);
@@ -357,12 +359,13 @@ void CConsoleWindow::PrintCommandDisabled(const QString& Text) {
 }
 
 void CConsoleWindow::OnCommandEntered(const QString& Text) {
-    if (!m_History.contains(Text)) {
+    const bool Blank = Text.trimmed().isEmpty();
+    if (!Blank && !m_History.contains(Text)) {
         m_History.prepend(Text);
     }
     m_HistoryIndex = -1;
     m_Input->clear();
-    if (Text.isEmpty()) {
+    if (Blank) {
         AppendConsoleMsg(QStringLiteral(" "), COLOR_LOGGING_USER);
         return;
     }
@@ -370,6 +373,16 @@ void CConsoleWindow::OnCommandEntered(const QString& Text) {
 }
 
 bool CConsoleWindow::eventFilter(QObject* Watched, QEvent* Event) {
+    // A pane copies its selection itself: Edit.Copy would echo into the pane and lose the selection.
+    if ((Watched == m_Text || Watched == m_TimeStamps) &&
+        (Event->type() == QEvent::ShortcutOverride || Event->type() == QEvent::KeyPress) &&
+        static_cast<QKeyEvent*>(Event)->matches(QKeySequence::Copy)) {
+        if (Event->type() == QEvent::KeyPress) {
+            static_cast<QPlainTextEdit*>(Watched)->copy();
+        }
+        Event->accept();
+        return true;
+    }
     if (Watched == m_Input && Event->type() == QEvent::KeyPress) {
         auto* Key = static_cast<QKeyEvent*>(Event);
         if (Key->key() == Qt::Key_Up || Key->key() == Qt::Key_Down) {

@@ -1,8 +1,17 @@
 #include "AppFixture.h"
 
+#include "app/WelcomeScreen.h"
+#include "app/core/Automation.h"
 #include "app/core/SysVars.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QClipboard>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
 #include <QToolButton>
 
 namespace {
@@ -140,6 +149,66 @@ TEST_F(MainWindowTest, FontsReachTheConsole) {
     EXPECT_EQ(Run("Edit.Font (FONT_NOPE, \"x\")"),
               QStringList({"Edit.Font (FONT_NOPE, \"x\"); unknown font"}));
     EXPECT_EQ(Run("Edit.Font (8, \"\")").last(), "Edit.Font (8, \"\"); invalid parameter");
+}
+
+TEST_F(MainWindowTest, CtrlCInTheConsoleCopiesWithoutACommand) {
+    // Shortcuts need the window on the screen; its first paint runs the start-up, unattended here.
+    Automation::SetActive(true);
+    QSignalSpy Started(Main(), &CMainWindow::StartupDone);
+    Main()->show();
+    QApplication::setActiveWindow(Main());
+    Started.wait(5000);
+    Automation::SetActive(false);
+    Run("Util.Log (\"copy me\")");
+    QPlainTextEdit* Pane = Console()->GetTextPane();
+    QTextCursor Cursor = Pane->document()->find("copy me");
+    ASSERT_FALSE(Cursor.isNull());
+    Pane->setTextCursor(Cursor);
+    Pane->setFocus();
+    QApplication::clipboard()->clear();
+    const QString Before = Console()->GetText();
+    QTest::keyClick(Pane, Qt::Key_C, Qt::ControlModifier);
+    Console()->Drain();
+    EXPECT_EQ(QApplication::clipboard()->text(), "copy me");
+    EXPECT_EQ(Console()->GetText(), Before) << "no Edit.Copy line: the selection stays where it is";
+    EXPECT_EQ(Pane->textCursor().selectedText(), "copy me");
+    // Elsewhere Ctrl+C stays the command.
+    EXPECT_EQ(Run("Edit.Copy (\"given\")").first(), "Edit.Copy (\"given\");");
+    EXPECT_EQ(QApplication::clipboard()->text(), "given");
+    Main()->hide();
+}
+
+TEST(WelcomeScreen, EnterOpensTheHighlightedRecentProject) {
+    const QStringList Recent = {"/work/one.tvproj", "/work/two.tvproj", "/work/three.tvproj"};
+    CWelcomeScreen Welcome(Recent, QApplication::font());
+    Welcome.show();
+    QApplication::setActiveWindow(&Welcome);
+    auto* List = Welcome.findChild<QListWidget*>();
+    ASSERT_NE(List, nullptr);
+    EXPECT_EQ(List->currentRow(), 0) << "the most recent is highlighted";
+    // The user highlights the second and presses Enter where the focus is.
+    List->setCurrentRow(1);
+    QWidget* Focus = Welcome.focusWidget() ? Welcome.focusWidget() : &Welcome;
+    QTest::keyClick(Focus, Qt::Key_Return);
+    EXPECT_EQ(Welcome.GetResult(), CWelcomeScreen::OPEN_RECENT);
+    EXPECT_EQ(Welcome.GetChosenProject(), "/work/two.tvproj");
+    EXPECT_FALSE(Welcome.isVisible());
+
+    // The default button names what it does, and goes with the highlight.
+    CWelcomeScreen Again(Recent, QApplication::font());
+    QPushButton* Default = nullptr;
+    for (QPushButton* B : Again.findChildren<QPushButton*>()) {
+        if (B->isDefault()) {
+            Default = B;
+        }
+    }
+    ASSERT_NE(Default, nullptr);
+    Again.findChild<QListWidget*>()->setCurrentRow(2);
+    Default->click();
+    EXPECT_EQ(Again.GetResult(), CWelcomeScreen::OPEN_RECENT);
+    EXPECT_EQ(Again.GetChosenProject(), "/work/three.tvproj");
+    Again.findChild<QListWidget*>()->setCurrentRow(-1);
+    EXPECT_FALSE(Default->isEnabled()) << "nothing highlighted, nothing to open";
 }
 
 } // namespace

@@ -215,11 +215,13 @@ TEST_F(ProjectFlowTest, SessionCommandsSetTheirVariables) {
 TEST_F(ProjectFlowTest, WizardLinesMakeAProjectWithoutAFile) {
     QStringList Lines = {"Project.SetDevice (\"MK66FN2M0XXX18\");", "Project.SetHostIF (\"USB\", \"\");",
                          "Project.SetTargetIF (\"SWD\");", "Project.SetTIFSpeed (\"2 MHz\");"};
-    // A known device without a register description is one warning of the project check.
+    // A device of a supported core has its core's register description: the check finds nothing.
     AnswerWarnings(&CWarningsDialog::GetIgnoreButton);
     Main()->OnProjectWizardFinished(Lines);
-    EXPECT_EQ(m_Dialogs, 1);
+    EXPECT_EQ(m_Dialogs, 0);
+    m_Answer = nullptr;
     const CProject* P = CProject::Instance();
+    EXPECT_TRUE(P->GetDefaultCpuFile().endsWith("/Config/CPU/Cortex-M4.svd"));
     EXPECT_EQ(P->GetPath(), "");
     EXPECT_TRUE(P->IsModified());
     EXPECT_EQ(GetDeviceConfig().GetText(DEVICE_NAME), "MK66FN2M0XXX18");
@@ -240,6 +242,42 @@ TEST_F(ProjectFlowTest, TitleFollowsTheProject) {
     CProject::Instance()->SetModified(false);
     EXPECT_FALSE(Commands::IsCommandEnabled(12));
     EXPECT_EQ(Main()->GetRecentProjects().first(), Path);
+}
+
+TEST_F(ProjectFlowTest, AProjectThatNamesNoCpuFileGetsItsCoresOwn) {
+    AnswerWarnings(&CWarningsDialog::GetIgnoreButton);
+    const QString Cpu = qEnvironmentVariable("ARNEX_BIN_DIR") + "/Config/CPU/Cortex-M4.svd";
+    const QByteArray Device = "void OnProjectLoad (void) {\n  Project.SetDevice (\"STM32F407VG\");\n";
+    QStringList Lines = Run("File.Open (\"" + Write("m4.tvproj", Device + "}\n") + "\")");
+    EXPECT_EQ(m_Dialogs, 0) << Lines.join('\n').toStdString();
+    EXPECT_TRUE(Lines.filter("warning").isEmpty()) << Lines.join('\n').toStdString();
+    EXPECT_TRUE(Lines.contains("No CPU register set description file specified, loading default: " + Cpu));
+    EXPECT_EQ(CProject::Instance()->GetDefaultCpuFile(), Cpu);
+    EXPECT_TRUE(CProject::Instance()->GetSvdFiles().isEmpty()) << "not one of the project's files";
+    EXPECT_FALSE(CProject::Instance()->IsModified());
+    Run("File.SaveProjectAs (\"" + m_Dir.filePath("saved.tvproj") + "\")");
+    EXPECT_FALSE(Read(m_Dir.filePath("saved.tvproj")).contains("AddSvdFile"))
+        << "the saved project follows its device's core";
+
+    // A description of the peripherals says nothing of the core: the core's file comes too.
+    const QString Peripherals = Write("stm32.svd", "<device><name>STM32F407</name><peripherals/></device>");
+    Lines =
+        Run("File.Open (\"" +
+            Write("periph.tvproj", Device + "  Project.AddSvdFile (\"" + Peripherals.toUtf8() + "\");\n}\n") +
+            "\")");
+    EXPECT_EQ(CProject::Instance()->GetSvdFiles(), QStringList({Peripherals}));
+    EXPECT_EQ(CProject::Instance()->GetDefaultCpuFile(), Cpu);
+
+    // The project's own CPU file stands.
+    const QString Own = Write("own.svd", "<cpu><groups></groups></cpu>");
+    Lines =
+        Run("File.Open (\"" +
+            Write("own.tvproj", Device + "  Project.AddSvdFile (\"" + Own.toUtf8() + "\");\n}\n") + "\")");
+    EXPECT_EQ(CProject::Instance()->GetSvdFiles(), QStringList({Own}));
+    EXPECT_TRUE(CProject::Instance()->GetDefaultCpuFile().isEmpty());
+    EXPECT_TRUE(Lines.filter("loading default").isEmpty());
+    EXPECT_EQ(m_Dialogs, 0);
+    m_Answer = nullptr;
 }
 
 TEST_F(ProjectFlowTest, IgnoreAndDoNotShowAgainKeepsLoggingOnly) {

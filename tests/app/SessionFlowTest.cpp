@@ -12,12 +12,16 @@
 #include "target/Device.h"
 #include "target/DeviceConfig.h"
 
+#include <QApplication>
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QTimer>
 
 namespace {
 
@@ -232,6 +236,33 @@ TEST_F(SessionFlow, WithoutVerificationAFailedDownloadEndsQuietly) {
     EXPECT_TRUE(Lines.contains("Ran AfterTargetDownload")) << "the flow ends as after a success";
     EXPECT_NE(CStatusBar::Instance()->GetStatusMessage(), "Download Failed.");
     tarvo::fake::FailWrites(0, 0);
+}
+
+TEST_F(SessionFlow, ClosingDuringASessionAsksFirst) {
+    Open(QString());
+    Run("Debug.Connect");
+    ASSERT_TRUE(Settle());
+    ASSERT_TRUE(CDevice::Instance()->Connected.load());
+    // Somebody at the screen answers No.
+    Automation::SetActive(false);
+    QString Title;
+    QString Text;
+    QObject Context;
+    QTimer::singleShot(20, &Context, [&]() {
+        if (auto* Box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+            Title = Box->windowTitle();
+            Text = Box->text();
+            Box->button(QMessageBox::No)->click();
+        }
+    });
+    EXPECT_FALSE(Main()->close()) << "the close is refused";
+    Automation::SetActive(true);
+    EXPECT_EQ(Title, "Stop Debugging");
+    EXPECT_EQ(Text, "Close this Session?");
+    ASSERT_TRUE(Settle());
+    EXPECT_TRUE(CDevice::Instance()->Connected.load()) << "No keeps the session";
+    EXPECT_FALSE(Main()->IsClosing());
+    EXPECT_EQ(Run("Debug.Connect").last(), "Debug.Connect(); already connected");
 }
 
 TEST_F(SessionFlow, MemorySavedToAFileLoadsBack) {

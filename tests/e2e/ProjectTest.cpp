@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QSettings>
 
 #include <gtest/gtest.h>
@@ -117,6 +118,27 @@ TEST(Project, WarningsOfBrokenProjectsAndTheProgramGoesOn) {
     const ArnexRun R = Arnex.Exec({"File.Open \"" + Arnex.TempPath("twice.tvproj") + "\""});
     EXPECT_TRUE(R.Lines.filter("specified twice: Project.AddSvdFile").isEmpty());
     EXPECT_EQ(R.Lines.filter("Project warning (2069)").size(), 1);
+}
+
+TEST(Project, TheDemoOpensWithoutAWarning) {
+    ArnexProcess Arnex;
+    const QString Demo = QDir::cleanPath(qEnvironmentVariable("ARNEX_BIN_DIR") + "/../firmware/demo.tvproj");
+    const ArnexRun R = Arnex.Run({Demo, "-quit"});
+    ASSERT_TRUE(R.Finished);
+    const std::string All = R.Lines.join('\n').toStdString();
+    EXPECT_EQ(R.ExitCode, 0) << "nothing was logged as an error\n" << All;
+    EXPECT_TRUE(R.Lines
+                    .filter(QRegularExpression("warning|error|not found|could not",
+                                               QRegularExpression::CaseInsensitiveOption))
+                    .isEmpty())
+        << All;
+    EXPECT_FALSE(R.Lines.contains("[Project File Warnings] dialog not shown while unattended")) << All;
+    // The core's registers come from the description the program brings for the Cortex-M3.
+    EXPECT_TRUE(R.Lines.contains("No CPU register set description file specified, loading default: " +
+                                 QDir::cleanPath(qEnvironmentVariable("ARNEX_BIN_DIR")) +
+                                 "/Config/CPU/Cortex-M3.svd"))
+        << All;
+    EXPECT_TRUE(R.Lines.contains("File.Open (\"$(ProjectDir)/demo-O0-dwarf4.elf\");")) << All;
 }
 
 TEST(Project, CreatedFromTheCommandLine) {

@@ -96,6 +96,35 @@ TEST(Startup, ExitStopsTheRemainingLines) {
     EXPECT_EQ(R.Lines, QStringList({"File.Exit();"}));
 }
 
+TEST(Startup, ExitDuringASessionEndsTheSessionFirst) {
+    ArnexProcess Arnex;
+    const QString Demo =
+        QDir::cleanPath(qEnvironmentVariable("ARNEX_BIN_DIR") + "/../firmware/demo-O0-dwarf4.elf");
+    const QString Project = Arnex.TempPath("fake.tvproj");
+    QFile F(Project);
+    ASSERT_TRUE(F.open(QIODevice::WriteOnly));
+    F.write(("void OnProjectLoad (void) {\n  Project.SetDevice (\"FAKE\");\n  Project.SetHostIF (\"USB\", "
+             "\"\");\n"
+             "  File.Open (\"" +
+             Demo +
+             "\");\n}\n"
+             "void AfterTargetDisconnect (void) {\n  Util.Log (\"Ran AfterTargetDisconnect\");\n}\n")
+                .toUtf8());
+    F.close();
+    const ArnexRun R =
+        Arnex.Run({Project, "-exec", "Debug.Connect", "-exec", "File.Exit", "-exec", "Util.Log never"});
+    ASSERT_TRUE(R.Finished) << "File.Exit ends the program once the session has ended";
+    const std::string All = R.Lines.join('\n').toStdString();
+    EXPECT_EQ(R.ExitCode, 0) << All;
+    const qsizetype Asked =
+        R.Lines.indexOf("[Stop Debugging] Close this Session? -> Yes (unattended: default answer)");
+    ASSERT_GE(Asked, 0) << All;
+    EXPECT_GT(R.Lines.indexOf("Tarvo: connected to target device"), 0) << All;
+    EXPECT_GT(R.Lines.indexOf("Ran AfterTargetDisconnect"), Asked) << "the session ends as by Debug.Stop\n"
+                                                                   << All;
+    EXPECT_FALSE(R.Lines.contains("never"));
+}
+
 TEST(Startup, StaleSettingsVanishAndJunkDoesNoHarm) {
     ArnexProcess Arnex;
     QDir().mkpath(Arnex.ConfigHome() + "/Tolvek");
@@ -142,6 +171,40 @@ TEST(Startup, LogFileReceivesTheLog) {
     QFile F(Log);
     ASSERT_TRUE(F.open(QIODevice::ReadOnly));
     EXPECT_TRUE(F.readAll().contains(" i  Into the file\n"));
+}
+
+TEST(Startup, ErrorsOfTheStartupFailAnUnattendedRun) {
+    ArnexProcess Arnex;
+    // The project named on the command line is missing.
+    ArnexRun R = Arnex.Run({Arnex.TempPath("missing.tvproj"), "-exec", "Util.Log alive", "-quit"});
+    ASSERT_TRUE(R.Finished);
+    EXPECT_EQ(R.Lines.last(), "alive");
+    EXPECT_EQ(R.ExitCode, 1) << R.Lines.join('\n').toStdString();
+    // The project of the command line can't be made: a required argument is missing.
+    R = Arnex.Run({"-device", "STM32F407VG", "-usb", "-exec", "Util.Log alive", "-quit"});
+    EXPECT_TRUE(R.Lines.contains("Failed to create project from command line arguments: required argument "
+                                 "\"target interface\" is missing."));
+    EXPECT_EQ(R.ExitCode, 1);
+    R = Arnex.Run({"-device", "STM32F407VG", "-usb", "-quit"});
+    EXPECT_EQ(R.ExitCode, 1) << "-quit alone";
+}
+
+TEST(Startup, ToolkitMessagesOfTheWindowsConstructionReachTheLog) {
+    ArnexProcess Arnex;
+    QDir().mkpath(Arnex.ConfigHome() + "/Tolvek");
+    {
+        // A font the toolkit can't read: it complains while the main window loads its fonts.
+        QSettings Store(Arnex.SettingsFile(), QSettings::IniFormat);
+        Store.setValue("AppData/Preferences/Fonts/FONT_CONSOLE", QString(40, ','));
+    }
+    const QString Log = Arnex.TempPath("arnex.log");
+    const ArnexRun R = Arnex.Exec({"Util.Log alive"}, {"-logfile", Log, "-loginterval", "1"});
+    ASSERT_TRUE(R.Finished);
+    QFile F(Log);
+    ASSERT_TRUE(F.open(QIODevice::ReadOnly));
+    const QString Text = QString::fromUtf8(F.readAll());
+    EXPECT_TRUE(Text.contains("[W] QFont::fromString: Invalid description")) << Text.toStdString();
+    EXPECT_FALSE(R.Stderr.contains("QFont::fromString")) << R.Stderr.toStdString();
 }
 
 TEST(Startup, AbsurdCommandLines) {

@@ -106,11 +106,15 @@ TEST_F(ConsoleWindowTest, HistoryBrowsesAndWraps) {
 TEST_F(ConsoleWindowTest, EnteredLinesRunAndEmptyLinesPrintEmptyLines) {
     m_Console->OnCommandEntered("no.such.command");
     m_Console->OnCommandEntered("");
+    m_Console->OnCommandEntered("   ");
     m_Console->Drain();
     EXPECT_EQ(Lines().first(),
               "no.such.command: unknown command. Type ? or help for a list of available commands.");
     EXPECT_EQ(Lines().last().trimmed(), "");
     EXPECT_TRUE(m_Console->GetInputField()->text().isEmpty());
+    EXPECT_EQ(m_Console->GetHistory(), QStringList({"no.such.command"})) << "blank lines are not kept";
+    Key(Qt::Key_Up);
+    EXPECT_EQ(m_Console->GetInputField()->text(), "no.such.command");
 }
 
 TEST_F(ConsoleWindowTest, ReportsCommandsOfTheWindowsItHears) {

@@ -70,11 +70,11 @@ arnex_times() {
     local i
     echo "Time per phase (wall clock, m:ss):"
     for i in "${!ARNEX_PHASE_NAMES[@]}"; do
-        printf "  %-44s %s\n" "${ARNEX_PHASE_NAMES[$i]}" "$(_arnex_mmss "${ARNEX_PHASE_US[$i]}")"
+        printf "  %-52s %s\n" "${ARNEX_PHASE_NAMES[$i]}" "$(_arnex_mmss "${ARNEX_PHASE_US[$i]}")"
     done
     if [ -n "$ARNEX_PHASE_RUNNING" ]; then
-        printf "  %-44s %s\n" "$ARNEX_PHASE_RUNNING (failed)" \
+        printf "  %-52s %s\n" "$ARNEX_PHASE_RUNNING (failed)" \
             "$(_arnex_mmss $((${EPOCHREALTIME/./} - ARNEX_PHASE_START_US)))"
     fi
-    printf "  %-44s %s\n" "total" "$(_arnex_mmss $((${EPOCHREALTIME/./} - ARNEX_START_US)))"
+    printf "  %-52s %s\n" "total" "$(_arnex_mmss $((${EPOCHREALTIME/./} - ARNEX_START_US)))"
 }

@@ -4,9 +4,22 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 . tools/setup.sh
+trap "arnex_times >&2" EXIT
 
-arnex_install "${ARNEX_PACKAGES_BUILD[@]}"
-arnex_build default
+# Only what the program needs: itself, the probe library, the plug-ins and the demo program. The build
+# folder and the flags are those of ./test.sh, which then reuses all of it; once ./test.sh has configured
+# its tests there, they stay configured (and unbuilt here).
+build_program() {
+    if grep -qs '^ARNEX_BUILD_TESTS:BOOL=ON' build/CMakeCache.txt; then
+        arnex_configure default
+    else
+        arnex_configure program
+    fi
+    cmake --build build --target arnex_bundle
+}
+
+arnex_phase "install packages" arnex_install "${ARNEX_PACKAGES_BUILD[@]}"
+arnex_phase "configure and build the program" build_program
 
 args=("$@")
 # Without arguments the demo project opens: the demo program on the emulated board, ready to connect.
@@ -26,4 +39,6 @@ if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ] && [ -z "${QT_QPA_PLAT
         args+=(-quit)
     fi
 fi
+trap - EXIT
+arnex_times >&2
 exec build/bin/arnex "${args[@]}"

@@ -1,5 +1,5 @@
-# Shared by run.sh and test.sh: installs the Debian packages the build needs, and configures and
-# builds with CMake presets. Sourced, not run.
+# Shared by run.sh and test.sh: installs the Debian packages the build needs, configures and builds with
+# CMake presets, and times each phase. Sourced, not run.
 
 ARNEX_PACKAGES_BUILD=(
     cmake ninja-build ccache g++ pkg-config
@@ -39,10 +39,43 @@ arnex_install() {
     DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
-# Configures (once, or again when asked for other options) and builds a preset.
-arnex_build() {
-    local preset="$1"
+# Configures a preset (quietly; again each time, so that presets and options take effect).
+arnex_configure() {
+    cmake --preset "$@" >/dev/null
+}
+
+# Phase times. arnex_phase <name> <command...> runs a command and notes how long it took; arnex_times
+# prints the list, the running phase marked when a failure ends the script early.
+ARNEX_START_US=${EPOCHREALTIME/./}
+ARNEX_PHASE_NAMES=()
+ARNEX_PHASE_US=()
+ARNEX_PHASE_RUNNING=""
+ARNEX_PHASE_START_US=0
+
+arnex_phase() {
+    ARNEX_PHASE_RUNNING="$1"
     shift
-    cmake --preset "$preset" "$@" >/dev/null
-    cmake --build --preset "$preset"
+    ARNEX_PHASE_START_US=${EPOCHREALTIME/./}
+    "$@"
+    ARNEX_PHASE_NAMES+=("$ARNEX_PHASE_RUNNING")
+    ARNEX_PHASE_US+=($((${EPOCHREALTIME/./} - ARNEX_PHASE_START_US)))
+    ARNEX_PHASE_RUNNING=""
+}
+
+_arnex_mmss() {
+    local s=$((($1 + 500000) / 1000000))
+    printf "%3d:%02d" $((s / 60)) $((s % 60))
+}
+
+arnex_times() {
+    local i
+    echo "Time per phase (wall clock, m:ss):"
+    for i in "${!ARNEX_PHASE_NAMES[@]}"; do
+        printf "  %-52s %s\n" "${ARNEX_PHASE_NAMES[$i]}" "$(_arnex_mmss "${ARNEX_PHASE_US[$i]}")"
+    done
+    if [ -n "$ARNEX_PHASE_RUNNING" ]; then
+        printf "  %-52s %s\n" "$ARNEX_PHASE_RUNNING (failed)" \
+            "$(_arnex_mmss $((${EPOCHREALTIME/./} - ARNEX_PHASE_START_US)))"
+    fi
+    printf "  %-52s %s\n" "total" "$(_arnex_mmss $((${EPOCHREALTIME/./} - ARNEX_START_US)))"
 }

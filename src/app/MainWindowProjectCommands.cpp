@@ -18,8 +18,8 @@
 #include "script/ProjectText.h"
 #include "script/TScript.h"
 #include "target/DeviceConfig.h"
+#include "target/ui/DeviceSelectionDialog.h"
 #include "views/ConsoleWindow.h"
-#include "views/DeviceSelectionDialog.h"
 #include "views/MessageBox.h"
 
 #include <QDir>

@@ -5,7 +5,7 @@
 #include "app/core/Settings.h"
 #include "script/ProjectText.h"
 #include "target/DeviceDataModel.h"
-#include "views/DeviceSelectionDialog.h"
+#include "target/ui/DeviceSelectionDialog.h"
 #include "views/MessageBox.h"
 
 #include <QComboBox>

@@ -9,7 +9,7 @@
 #include "script/ProjectPaths.h"
 #include "target/DeviceConfig.h"
 #include "target/DeviceDataModel.h"
-#include "views/DeviceSelectionDialog.h"
+#include "target/ui/DeviceSelectionDialog.h"
 #include "views/DockWindow.h"
 
 #include <QApplication>

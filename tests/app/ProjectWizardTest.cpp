@@ -3,7 +3,7 @@
 #include "app/ProjectWizard.h"
 #include "app/core/Settings.h"
 #include "target/DeviceDataModel.h"
-#include "views/DeviceSelectionDialog.h"
+#include "target/ui/DeviceSelectionDialog.h"
 
 #include <QApplication>
 #include <QTableView>

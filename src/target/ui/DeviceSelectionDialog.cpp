@@ -1,4 +1,4 @@
-#include "views/DeviceSelectionDialog.h"
+#include "target/ui/DeviceSelectionDialog.h"
 
 #include "target/DeviceDataModel.h"
 

@@ -29,9 +29,6 @@
 
 namespace {
 
-constexpr U32 CMD_FILE_OPEN = 2;
-constexpr U32 CMD_DEBUG_CONNECT = 32;
-constexpr U32 CMD_DEBUG_DISCONNECT = 33;
 constexpr size_t PROGRAM_SIZE = 1024 * 1024;
 constexpr int ROUNDS = 7;
 

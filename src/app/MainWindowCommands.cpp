@@ -3,9 +3,9 @@
 
 #include "app/MainWindow.h"
 
+#include "app/core/CommandArgs.h"
 #include "app/core/CommandTable.h"
 #include "app/core/Log.h"
-#include "app/core/Numbers.h"
 #include "app/core/ScriptConstants.h"
 #include "app/core/Version.h"
 #include "views/ConsoleWindow.h"
@@ -22,37 +22,7 @@
 #include <QTimer>
 #include <QToolBar>
 
-namespace {
-
-enum COMMAND_IDS : U32 {
-    CMD_FILE_EXIT = 14,
-    CMD_EDIT_COPY = 15,
-    CMD_HELP_ABOUT = 53,
-    CMD_HELP_COMMANDS = 55,
-    CMD_UTIL_SLEEP = 56,
-    CMD_UTIL_LOG = 57,
-    CMD_UTIL_LOG_HEX = 58,
-    CMD_WINDOW_SHOW = 82,
-    CMD_WINDOW_CLOSE = 83,
-    CMD_WINDOW_CLOSE_ALL = 84,
-    CMD_WINDOW_DOCK = 85,
-    CMD_WINDOW_UNDOCK = 86,
-    CMD_WINDOW_CLEAR = 91,
-    CMD_WINDOW_FULL_SCREEN = 94,
-    CMD_TOOLBAR_SHOW = 95,
-    CMD_TOOLBAR_CLOSE = 96,
-};
-
-/// A number argument: a script constant, or an integer in any of the usual bases.
-bool ParseNumberArg(const QString& Text, I64& Value) {
-    if (const SCRIPT_CONST* C = ScriptConstants::Lookup(Text)) {
-        Value = C->Value;
-        return true;
-    }
-    return Numbers::ParseInteger(Text, Value);
-}
-
-} // namespace
+namespace {} // namespace
 
 void CMainWindow::OnActionFileExitTriggered() {
     if (!Commands::CheckCommandArgCount(CMD_FILE_EXIT)) {
@@ -103,16 +73,13 @@ void CMainWindow::OnActionHelpCommandsTriggered() {
 }
 
 void CMainWindow::OnActionUtilSleepTriggered() {
-    if (!Commands::CheckCommandArgCount(CMD_UTIL_SLEEP)) {
-        return;
-    }
+    CCommandArgs Args(CMD_UTIL_SLEEP);
     I64 Ms = 0;
-    if (!ParseNumberArg(Commands::GetCommandArgs(CMD_UTIL_SLEEP).first(), Ms)) {
-        Commands::SetCommandError(CMD_UTIL_SLEEP, QStringLiteral("not a number"));
+    if (!Args.Ok() || !Args.Number(0, Ms, QStringLiteral("not a number"))) {
         return;
     }
     if (Ms < 0 || Ms > 0x7FFFFFFF) {
-        Commands::SetCommandError(CMD_UTIL_SLEEP, QStringLiteral("invalid parameter"));
+        Args.Fail(QStringLiteral("invalid parameter"));
         return;
     }
     // The GUI goes on while the caller waits.
@@ -131,19 +98,15 @@ void CMainWindow::OnActionUtilLogTriggered() {
 }
 
 void CMainWindow::OnActionUtilLogHexTriggered() {
-    if (!Commands::CheckCommandArgCount(CMD_UTIL_LOG_HEX)) {
-        return;
-    }
-    const QStringList Args = Commands::GetCommandArgs(CMD_UTIL_LOG_HEX);
+    CCommandArgs Args(CMD_UTIL_LOG_HEX);
     I64 Value = 0;
-    if (!ParseNumberArg(Args[1], Value)) {
-        Commands::SetCommandError(CMD_UTIL_LOG_HEX, QStringLiteral("not a number"), Args[1]);
+    if (!Args.Ok() || !Args.Number(1, Value, QStringLiteral("not a number"), true)) {
         return;
     }
     // The value is an int of the script: its low 32 bits.
     const QString Hex =
         QString::number(static_cast<U32>(Value), 16).rightJustified(8, QLatin1Char('0')).toUpper();
-    const QString Text = Args[0] + QStringLiteral("0x") + Hex;
+    const QString Text = Args.Text(0) + QStringLiteral("0x") + Hex;
     PrintConsole(Text, COLOR_LOGGING_SCRIPT);
     LogMessage(Text, MSG_INFO | MSG_TO_LOGFILE | MSG_FROM_APP);
 }
@@ -218,7 +181,7 @@ void CMainWindow::OnActionWindowShowFullScreenTriggered() {
     bool On = !isFullScreen();
     if (!Args.isEmpty()) {
         I64 Value = 0;
-        if (!ParseNumberArg(Args.first(), Value)) {
+        if (!ScriptConstants::ParseNumber(Args.first(), Value)) {
             Commands::SetCommandError(CMD_WINDOW_FULL_SCREEN, QStringLiteral("invalid parameter"));
             return;
         }

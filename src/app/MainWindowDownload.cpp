@@ -26,28 +26,8 @@
 
 namespace {
 
-enum COMMAND_IDS : U32 {
-    CMD_SAVE_MEMORY = 185,
-    CMD_LOAD_MEMORY = 186,
-    CMD_POWER_ON = 191,
-};
-
-enum USER_FUNCTIONS : int {
-    UF_TARGET_DOWNLOAD = 9,
-    UF_BEFORE_TARGET_DOWNLOAD = 10,
-    UF_AFTER_TARGET_DOWNLOAD = 11,
-};
-
 CDevice* Device() {
     return CDevice::Instance();
-}
-
-bool ParseNumber(const QString& Text, I64& Value) {
-    if (const SCRIPT_CONST* C = ScriptConstants::Lookup(Text)) {
-        Value = C->Value;
-        return true;
-    }
-    return Numbers::ParseInteger(Text, Value);
 }
 
 /// The path of a file argument: macros expanded, relative to the working directory.
@@ -226,7 +206,8 @@ void CMainWindow::OnActionTargetSaveMemoryTriggered() {
     U64 Address = 0;
     I64 Size = 0;
     if (Path.isEmpty() || !Numbers::ParseHex(Args[1], Address) || Address > 0xFFFFFFFFull ||
-        !ParseNumber(Args[2], Size) || Size <= 0 || static_cast<U64>(Size) > 0x100000000ull - Address) {
+        !ScriptConstants::ParseNumber(Args[2], Size) || Size <= 0 ||
+        static_cast<U64>(Size) > 0x100000000ull - Address) {
         Commands::SetCommandError(CMD_SAVE_MEMORY, QStringLiteral("invalid parameter"));
         return;
     }

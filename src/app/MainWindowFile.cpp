@@ -18,9 +18,6 @@
 
 namespace {
 
-constexpr U32 CMD_FILE_OPEN = 2;
-constexpr U32 CMD_FILE_LOAD = 4;
-
 /// The load address of File.Load: a number or a constant of the script, all ones (the script's -1) for
 /// the addresses the file gives. False for anything else.
 bool ParseLoadAddress(const QString& Text, I64& Address) {

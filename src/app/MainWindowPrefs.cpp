@@ -20,25 +20,6 @@
 
 namespace {
 
-enum COMMAND_IDS : U32 {
-    CMD_EDIT_PREFERENCE = 16,
-    CMD_EDIT_SYSVAR = 17,
-    CMD_EDIT_COLOR = 18,
-    CMD_EDIT_FONT = 19,
-    CMD_TOOLS_PREFERENCES = 28,
-    CMD_TOOLS_SYSVARS = 29,
-    CMD_DEBUG_START = 30,
-    CMD_DEBUG_RESET = 37,
-    CMD_DEBUG_SET_RESET_MODE = 44,
-    CMD_DEBUG_SET_CONNECT_MODE = 45,
-    ACTION_DOWNLOAD_RESET = 47,
-    ACTION_ATTACH = 48,
-    ACTION_ATTACH_HALT = 49,
-    ACTION_RESET_BREAK_AT_SYMBOL = 50,
-    ACTION_RESET_HALT = 51,
-    ACTION_RESET_RUN = 52,
-};
-
 /// A row of the variables table by name (exact, then without regard to case) or by number.
 const SYSVAR_INFO* FindVar(const QString& Text, I32 First, I32 Last) {
     const QString T = Text.trimmed();
@@ -73,18 +54,18 @@ bool ParseBool(const QString& Text, bool& Value) {
 int ResetModeAction(I64 Mode) {
     switch (Mode) {
     case 0:
-        return ACTION_RESET_HALT;
+        return CMD_DEBUG_RESET_HALT;
     case 1:
-        return ACTION_RESET_BREAK_AT_SYMBOL;
+        return CMD_DEBUG_RESET_BREAK_AT_SYMBOL;
     case 2:
-        return ACTION_RESET_RUN;
+        return CMD_DEBUG_RESET_RUN;
     default:
         return -1;
     }
 }
 
 int ConnectModeAction(I64 Mode) {
-    return Mode >= 0 && Mode <= 2 ? ACTION_DOWNLOAD_RESET + static_cast<int>(Mode) : -1;
+    return Mode >= 0 && Mode <= 2 ? CMD_DEBUG_DOWNLOAD_RESET + static_cast<int>(Mode) : -1;
 }
 
 } // namespace
@@ -270,12 +251,12 @@ void CMainWindow::ConnectModeActions() {
         const char* Constant;
         U32 Then;
     } Modes[] = {
-        {ACTION_DOWNLOAD_RESET, CMD_DEBUG_SET_CONNECT_MODE, "CM_DOWNLOAD_RESET", CMD_DEBUG_START},
-        {ACTION_ATTACH, CMD_DEBUG_SET_CONNECT_MODE, "CM_ATTACH", CMD_DEBUG_START},
-        {ACTION_ATTACH_HALT, CMD_DEBUG_SET_CONNECT_MODE, "CM_ATTACH_HALT", CMD_DEBUG_START},
-        {ACTION_RESET_BREAK_AT_SYMBOL, CMD_DEBUG_SET_RESET_MODE, "RM_BREAK_AT_SYMBOL", CMD_DEBUG_RESET},
-        {ACTION_RESET_HALT, CMD_DEBUG_SET_RESET_MODE, "RM_RESET_HALT", CMD_DEBUG_RESET},
-        {ACTION_RESET_RUN, CMD_DEBUG_SET_RESET_MODE, "RM_RESET_AND_RUN", CMD_DEBUG_RESET},
+        {CMD_DEBUG_DOWNLOAD_RESET, CMD_DEBUG_SET_CONNECT_MODE, "CM_DOWNLOAD_RESET", CMD_DEBUG_START},
+        {CMD_DEBUG_ATTACH, CMD_DEBUG_SET_CONNECT_MODE, "CM_ATTACH", CMD_DEBUG_START},
+        {CMD_DEBUG_ATTACH_HALT, CMD_DEBUG_SET_CONNECT_MODE, "CM_ATTACH_HALT", CMD_DEBUG_START},
+        {CMD_DEBUG_RESET_BREAK_AT_SYMBOL, CMD_DEBUG_SET_RESET_MODE, "RM_BREAK_AT_SYMBOL", CMD_DEBUG_RESET},
+        {CMD_DEBUG_RESET_HALT, CMD_DEBUG_SET_RESET_MODE, "RM_RESET_HALT", CMD_DEBUG_RESET},
+        {CMD_DEBUG_RESET_RUN, CMD_DEBUG_SET_RESET_MODE, "RM_RESET_AND_RUN", CMD_DEBUG_RESET},
     };
     const QStyle::StandardPixmap Icons[] = {QStyle::SP_MediaPlay,   QStyle::SP_MediaSeekForward,
                                             QStyle::SP_MediaPause,  QStyle::SP_MediaSkipForward,

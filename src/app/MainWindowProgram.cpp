@@ -22,14 +22,6 @@
 
 namespace {
 
-enum COMMAND_IDS : U32 {
-    CMD_DEBUG_DOWNLOAD = 34,
-    CMD_PROJECT_RELOCATE_SYMBOLS = 122,
-    CMD_ELF_GET_BASE_ADDR = 196,
-    CMD_ELF_GET_ENTRY_POINT_PC = 197,
-    CMD_ELF_GET_ENDIANESS = 200,
-};
-
 constexpr int MAX_RECENT_PROGRAMS = 10;
 /// The catalogue's "file not found: %s" of the file readers.
 constexpr int CATALOG_FILE_NOT_FOUND = 95;

@@ -32,10 +32,6 @@
 
 namespace {
 
-enum COMMAND_IDS : U32 {
-    CMD_FILE_SAVE_PROJECT_AS = 11,
-};
-
 /// How often a flow that waits for a running script function looks again.
 constexpr int SCRIPT_POLL_MS = 10;
 
@@ -112,7 +108,7 @@ void CMainWindow::OnProjectFileOpened(const QString& Path) {
         SysVars::SetVarValue(SysVars::GetVarRow(VAR_TRACE_FILE_ENABLED),
                              Project->ContainsInLoadFunction(QStringLiteral("Project.SetTraceFile")) ? 1 : 0,
                              false);
-        Failed = ExecUserFunction(1) < 0 || TScript::HasError();
+        Failed = ExecUserFunction(UF_ON_PROJECT_LOAD) < 0 || TScript::HasError();
     }
     if (Failed) {
         // The project stands without settings, so that the user can open the file and mend it.

@@ -28,38 +28,6 @@
 
 namespace {
 
-enum COMMAND_IDS : U32 {
-    CMD_SET_DEVICE = 101,
-    CMD_SET_TARVO_SCRIPT = 102,
-    CMD_SET_TARVO_LOG_FILE = 103,
-    CMD_ADD_SVD_FILE = 104,
-    CMD_SET_HOST_IF = 105,
-    CMD_SET_TARGET_IF = 106,
-    CMD_SET_TIF_SPEED = 107,
-    CMD_SET_JTAG_CONFIG = 108,
-    CMD_CONFIG_SWO = 109,
-    CMD_SET_SWO = 110,
-    CMD_SET_SEMIHOSTING = 111,
-    CMD_CONFIG_SEMIHOSTING = 112,
-    CMD_SET_MCT = 113,
-    CMD_ADD_MCT_SEARCH_RANGE = 114,
-    CMD_ADD_ROOT_PATH = 115,
-    CMD_ADD_SEARCH_PATH = 116,
-    CMD_ADD_FILE_ALIAS = 117,
-    CMD_ADD_PATH_SUBSTITUTE = 118,
-    CMD_SET_OS_PLUGIN = 119,
-    CMD_SET_CORE_PLUGIN = 120,
-    CMD_SET_BP_TYPE = 121,
-    CMD_SET_TRACE_SOURCE = 123,
-    CMD_SET_TRACE_PORT_WIDTH = 124,
-    CMD_SET_TRACE_TIMING = 125,
-    CMD_SET_TRACE_FILE = 126,
-    CMD_SET_CONSOLE_LOG_FILE = 127,
-    CMD_SET_TERMINAL_LOG_FILE = 128,
-    CMD_DISABLE_SESSION_SAVE = 129,
-    CMD_SET_MEM_ZONE_RUNNING = 130,
-};
-
 constexpr I32 TRACE_SOURCE_SWO = 3;
 
 /// A file named by a project command: macros expanded; a relative name is looked for beside the project,
@@ -97,19 +65,10 @@ QString AbsolutePath(const QString& Text) {
     return QDir::cleanPath(QDir(Base).filePath(Path));
 }
 
-/// A number argument: a script constant or an integer of any of the usual bases.
-bool ParseNumber(const QString& Text, I64& Value) {
-    if (const SCRIPT_CONST* C = ScriptConstants::Lookup(Text)) {
-        Value = C->Value;
-        return true;
-    }
-    return Numbers::ParseInteger(Text, Value);
-}
-
 /// An int of the script: scripts pass numbers as 32-bit hexadecimal, so the low 32 bits carry the sign.
 bool ParseInt32(const QString& Text, I32& Value) {
     I64 V = 0;
-    if (!ParseNumber(Text, V) || V < INT32_MIN || V > static_cast<I64>(UINT32_MAX)) {
+    if (!ScriptConstants::ParseNumber(Text, V) || V < INT32_MIN || V > static_cast<I64>(UINT32_MAX)) {
         return false;
     }
     Value = static_cast<I32>(static_cast<U32>(V));
@@ -375,8 +334,8 @@ void CMainWindow::OnActionProjectAddMCTSearchRangeTriggered() {
     const QStringList Args = Commands::GetCommandArgs(CMD_ADD_MCT_SEARCH_RANGE);
     I64 Addr = 0;
     I64 Size = 0;
-    if (!ParseNumber(Args[0], Addr) || !ParseNumber(Args[1], Size) || Addr < 0 || Addr > UINT32_MAX ||
-        Size <= 0 || Size > UINT32_MAX) {
+    if (!ScriptConstants::ParseNumber(Args[0], Addr) || !ScriptConstants::ParseNumber(Args[1], Size) ||
+        Addr < 0 || Addr > UINT32_MAX || Size <= 0 || Size > UINT32_MAX) {
         Commands::SetCommandError(CMD_ADD_MCT_SEARCH_RANGE, QStringLiteral("invalid parameter"));
         return;
     }
@@ -501,7 +460,7 @@ void CMainWindow::OnActionProjectSetTracePortWidthTriggered() {
         return;
     }
     I64 Width = 0;
-    if (!ParseNumber(Commands::GetCommandArgs(CMD_SET_TRACE_PORT_WIDTH).first(), Width) ||
+    if (!ScriptConstants::ParseNumber(Commands::GetCommandArgs(CMD_SET_TRACE_PORT_WIDTH).first(), Width) ||
         !IsChoice(VAR_TRACE_PORT_WIDTH, Width)) {
         Commands::SetCommandError(CMD_SET_TRACE_PORT_WIDTH, QStringLiteral("invalid parameter"));
         return;
@@ -543,7 +502,7 @@ void CMainWindow::OnActionProjectSetTraceFileTriggered() {
     }
     I64 MaxSize = SysVars::GetVarValue(VAR_TRACE_FILE_MAX_SIZE);
     bool KeepStart = SysVars::GetVarValue(VAR_TRACE_FILE_KEEP_START) != 0;
-    if ((Args.size() > 1 && (!ParseNumber(Args[1], MaxSize) || MaxSize < 0)) ||
+    if ((Args.size() > 1 && (!ScriptConstants::ParseNumber(Args[1], MaxSize) || MaxSize < 0)) ||
         (Args.size() > 2 && !ParseOnOff(Args[2], KeepStart))) {
         Commands::SetCommandError(CMD_SET_TRACE_FILE, QStringLiteral("invalid parameter"));
         return;

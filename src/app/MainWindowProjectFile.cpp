@@ -26,16 +26,6 @@
 
 namespace {
 
-enum COMMAND_IDS : U32 {
-    CMD_FILE_NEW_PROJECT = 0,
-    CMD_FILE_NEW_PROJECT_WIZARD = 1,
-    CMD_FILE_OPEN = 2,
-    CMD_FILE_OPEN_RECENT = 3,
-    CMD_FILE_LOAD = 4,
-    CMD_FILE_SAVE_PROJECT_AS = 11,
-    CMD_FILE_SAVE_ALL = 12,
-};
-
 constexpr int MAX_RECENT_PROJECTS = 4;
 
 QStringList Filtered(const QStringList& List, const char* Patterns, int Max) {

@@ -13,14 +13,7 @@
 #include <QAction>
 #include <QMenu>
 
-namespace {
-
-enum COMMAND_IDS : U32 {
-    CMD_SCRIPT_EXEC = 59,
-    CMD_SCRIPT_DEFINE_CONST = 60,
-};
-
-} // namespace
+namespace {} // namespace
 
 void CMainWindow::OnActionScriptExecTriggered() {
     // The function's name, then up to seven integer parameters (from the Console).

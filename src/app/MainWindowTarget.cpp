@@ -21,21 +21,6 @@
 
 namespace {
 
-enum COMMAND_IDS : U32 {
-    CMD_SET_REG = 175,
-    CMD_GET_REG = 176,
-    CMD_WRITE_U64 = 177,
-    CMD_WRITE_U32 = 178,
-    CMD_WRITE_U16 = 179,
-    CMD_WRITE_U8 = 180,
-    CMD_READ_U32 = 181,
-    CMD_READ_U16 = 182,
-    CMD_READ_U8 = 183,
-    CMD_FILL_MEMORY = 184,
-    CMD_SET_ACCESS_WIDTH = 187,
-    CMD_SET_ENDIANESS = 188,
-};
-
 constexpr U32 FILL_LIMIT = 64u * 1024u * 1024u;
 
 /// The variables whose value the device configuration holds: the interface speed and the scan chain.

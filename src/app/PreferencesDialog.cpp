@@ -24,9 +24,6 @@
 
 namespace {
 
-constexpr U32 CMD_EDIT_PREFERENCE = 16;
-constexpr U32 CMD_EDIT_COLOR = 18;
-constexpr U32 CMD_EDIT_FONT = 19;
 const QString KEY_RECENT_PAGE = QStringLiteral("AppData/PreferencesDialog/RecentPageID");
 const QString KEY_DNSA_GROUP = QStringLiteral("AppData/Dialogs/");
 

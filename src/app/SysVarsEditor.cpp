@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr U32 CMD_EDIT_SYSVAR = 17;
 enum COLUMNS { COL_NAME, COL_VALUE, COL_RANGE, COL_DESCRIPTION };
 
 std::function<bool()>& WriteHook() {

@@ -136,7 +136,7 @@ int CProject::CreateFromLines(const QStringList& Lines) {
     Paths::SetProjectFile(TScript::GetScriptPath());
     const int Result = TScript::Parse(TScript::GenerateProjectText(Lines));
     if (Result == 0) {
-        RunUserFunction(1);
+        RunUserFunction(UF_ON_PROJECT_LOAD);
     }
     m_Loaded = true;
     m_Modified = true;

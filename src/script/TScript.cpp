@@ -1,7 +1,6 @@
 #include "script/TScript.h"
 
 #include "app/core/Log.h"
-#include "app/core/Numbers.h"
 #include "app/core/ScriptConstants.h"
 #include "script/Interp.h"
 #include "script/TApi.h"
@@ -96,15 +95,6 @@ void ReleaseBlock() {
 
 QString DirOf(const QString& Path) {
     return Path.isEmpty() ? QString() : QFileInfo(Path).absolutePath();
-}
-
-/// A number argument: a script constant or an integer of automatic base.
-bool ParseNumber(const QString& Text, I64& Value) {
-    if (const SCRIPT_CONST* C = ScriptConstants::Lookup(Text)) {
-        Value = C->Value;
-        return true;
-    }
-    return Numbers::ParseInteger(Text, Value);
 }
 
 } // namespace
@@ -205,8 +195,10 @@ int LoadProject(const QString& Path) {
     if (Load(Path) < 0) {
         return -1;
     }
-    if (!HasUserFunction(1)) {
-        SetError(QStringLiteral("Required user function missing: ") + GetUserFunctionPrototype(1), true);
+    if (!HasUserFunction(UF_ON_PROJECT_LOAD)) {
+        SetError(QStringLiteral("Required user function missing: ") +
+                     GetUserFunctionPrototype(UF_ON_PROJECT_LOAD),
+                 true);
         return -1;
     }
     return 0;
@@ -379,7 +371,7 @@ int ExecByName(const QString& Name, const QStringList& Params, I64& Result, QStr
     std::vector<U64> Values(static_cast<size_t>(Params.size()) + 1, 0);
     for (int i = 0; i < Params.size(); ++i) {
         I64 V = 0;
-        if (!ParseNumber(Params[i], V)) {
+        if (!ScriptConstants::ParseNumber(Params[i], V)) {
             ErrorText = QStringLiteral("not a number");
             return -1;
         }
@@ -403,7 +395,7 @@ int DefineConst(const QString& Name, const QString& Expression, I64& Value, QStr
         ErrorText = QStringLiteral("invalid parameter");
         return -1;
     }
-    if (!ParseNumber(Expression, Value)) {
+    if (!ScriptConstants::ParseNumber(Expression, Value)) {
         SCRIPT_STATE& St = S();
         if (!St.Interp) {
             ErrorText = QStringLiteral("invalid parameter");

@@ -9,8 +9,28 @@
 
 struct CScriptHeap;
 
+/// Ids of the user functions: the fixed points of a session at which the project's script is called. The
+/// script host's table of them (TScriptUser.cpp) stands in this order; the main window calls them by these
+/// ids.
+enum USER_FUNCTION_IDS : int {
+    UF_ON_PROJECT_LOAD = 1,
+    UF_TARGET_RESET = 2,
+    UF_BEFORE_TARGET_RESET = 3,
+    UF_AFTER_TARGET_RESET = 4,
+    UF_DEBUG_START = 5,
+    UF_TARGET_CONNECT = 6,
+    UF_BEFORE_TARGET_CONNECT = 7,
+    UF_AFTER_TARGET_CONNECT = 8,
+    UF_TARGET_DOWNLOAD = 9,
+    UF_BEFORE_TARGET_DOWNLOAD = 10,
+    UF_AFTER_TARGET_DOWNLOAD = 11,
+    UF_BEFORE_TARGET_DISCONNECT = 12,
+    UF_AFTER_TARGET_DISCONNECT = 13,
+    UF_AFTER_TARGET_HALT = 14,
+    UF_BEFORE_TARGET_RESUME = 15,
+};
 /// Number of user functions; their ids run from 1.
-constexpr int USER_FUNCTION_COUNT = 15;
+constexpr int USER_FUNCTION_COUNT = UF_BEFORE_TARGET_RESUME;
 /// Host calls that may nest (a script that runs a command that runs a script ...).
 constexpr int SCRIPT_MAX_CALL_LEVEL = 11;
 

@@ -3,6 +3,7 @@
 
 #include "script/TScript.h"
 
+#include <iterator>
 #include <vector>
 
 namespace TScript {
@@ -20,7 +21,8 @@ struct USER_FUNCTION {
     DEFAULT_BODIES Body;
 };
 
-const USER_FUNCTION s_UserFunctions[USER_FUNCTION_COUNT] = {
+/// In the order of USER_FUNCTION_IDS: row Id - 1 is the function Id.
+const USER_FUNCTION s_UserFunctions[] = {
     {"void OnProjectLoad (void);", "Project load routine. Required.", false, BODY_LIVE},
     {"void TargetReset (void);", "Replaces the default target device reset routine. Optional.", false,
      BODY_SAMPLE},
@@ -41,6 +43,7 @@ const USER_FUNCTION s_UserFunctions[USER_FUNCTION_COUNT] = {
     {"void AfterTargetHalt (void);", "Event handler routine. Optional.", false, BODY_COMMENTED},
     {"void BeforeTargetResume (void);", "Event handler routine. Optional.", false, BODY_COMMENTED},
 };
+static_assert(std::size(s_UserFunctions) == USER_FUNCTION_COUNT, "one row per user function id");
 
 USER_FUNCTION_BODY_PROVIDER s_BodyProvider = nullptr;
 /// Capacity of the buffer a core plug-in fills with a body.

@@ -1,6 +1,7 @@
 #include "target/DeviceConfig.h"
 
 #include "app/core/Log.h"
+#include "app/core/Numbers.h"
 
 #include <QHash>
 #include <QXmlStreamReader>
@@ -31,13 +32,14 @@ QByteArray Cut(const char* Text, int Size) {
     return Bytes;
 }
 
+/// An attribute's number, in the forms the commands read; kept to its low 32 bits like the settings it feeds.
 bool ParseNumber(const QString& Text, I32& Value) {
-    bool Ok = false;
-    const QString T = Text.trimmed();
-    const qlonglong V = T.startsWith(QLatin1String("0x"), Qt::CaseInsensitive) ? T.mid(2).toLongLong(&Ok, 16)
-                                                                               : T.toLongLong(&Ok, 10);
+    I64 V = 0;
+    if (!Numbers::ParseInteger(Text, V)) {
+        return false;
+    }
     Value = static_cast<I32>(V);
-    return Ok;
+    return true;
 }
 
 } // namespace

@@ -22,9 +22,6 @@
 
 namespace {
 
-constexpr int UF_AFTER_TARGET_HALT = 14;
-constexpr int UF_BEFORE_TARGET_RESUME = 15;
-
 class ScriptFlowTest : public AppFixture {
 protected:
     void SetUp() override {

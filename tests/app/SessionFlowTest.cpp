@@ -25,11 +25,6 @@
 
 namespace {
 
-constexpr U32 CMD_DEBUG_CONNECT = 32;
-constexpr U32 CMD_DEBUG_DISCONNECT = 33;
-constexpr U32 CMD_DEBUG_RESET = 37;
-constexpr U32 CMD_SET_DEVICE = 101;
-
 QString Demo() {
     return QDir::cleanPath(qEnvironmentVariable("ARNEX_BIN_DIR") +
                            QStringLiteral("/../firmware/demo-O0-dwarf4.elf"));
@@ -309,7 +304,6 @@ QByteArray IntelHex(U32 Address, const QByteArray& Bytes) {
 }
 
 TEST_F(SessionFlow, FileLoadPutsADataFileIntoTargetMemory) {
-    constexpr U32 CMD_FILE_LOAD = 4;
     Open(QString());
     EXPECT_FALSE(Commands::IsCommandEnabled(CMD_FILE_LOAD)) << "nothing to load into";
     Run("Debug.Connect");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/core/CommandIds.h"
 #include "app/core/Types.h"
 
 #include <QString>
@@ -8,8 +9,6 @@
 
 class QAction;
 
-/// Number of rows of the command table; ids run from 0 to COMMAND_COUNT - 1.
-constexpr U32 COMMAND_COUNT = 353;
 /// `SysVar` value of a row that sets no system variable (the number of variables).
 constexpr I32 COMMAND_NO_SYSVAR = 84;
 
@@ -39,7 +38,7 @@ struct COMMAND_ROW_DEF {
     I32 SysVar;             ///< system variable this command sets, or COMMAND_NO_SYSVAR
 };
 
-/// The compiled rows, in id order (index == Id).
+/// The compiled rows, in id order (index == Id, checked at compile time).
 extern const COMMAND_ROW_DEF g_CommandRows[COMMAND_COUNT];
 
 /// One row of the table with its run-time binding.

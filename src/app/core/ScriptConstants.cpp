@@ -214,6 +214,14 @@ const SCRIPT_CONST* Lookup(const QString& Text) {
     return Replaced.isEmpty() ? nullptr : Lookup(Replaced);
 }
 
+bool ParseNumber(const QString& Text, I64& Value) {
+    if (const SCRIPT_CONST* C = Lookup(Text)) {
+        Value = C->Value;
+        return true;
+    }
+    return Numbers::ParseInteger(Text, Value);
+}
+
 I64 ParseConstantOrNumber(const QString& Text) {
     if (const SCRIPT_CONST* C = Lookup(Text)) {
         return C->Value;

@@ -29,6 +29,9 @@ QString OldSpelling(const QString& Name);
 /// Quotes dropped, compared without regard to case with each row's display text and name; an old
 /// spelling is replaced and looked up again. Null when nothing matches.
 const SCRIPT_CONST* Lookup(const QString& Text);
+/// A number argument of a command: the constant's value, or the text as an integer of automatic base
+/// (Numbers::ParseInteger). The one reader of numbers for the command handlers and the script host.
+bool ParseNumber(const QString& Text, I64& Value);
 /// The constant's value, or the text as an integer of automatic base, or -1.
 I64 ParseConstantOrNumber(const QString& Text);
 

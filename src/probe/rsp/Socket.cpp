@@ -114,9 +114,14 @@ Socket::ReadResult Socket::ReadSome(char* Buffer, size_t Capacity, size_t& Got, 
         return ReadResult::Closed;
     }
     int Flags = 0;
+    // A wait that ends at a deadline shrinks from read to read; setting the receive time-out for each
+    // would cost a system call per read. The one in force is kept while it ends the read no later than
+    // a little after the wait and no sooner than half of it (the caller then reads again).
+    const bool Keep = m_ReceiveTimeout > 0 && TimeoutMs > 0 && m_ReceiveTimeout <= TimeoutMs + ReadSlackMs &&
+                      m_ReceiveTimeout >= TimeoutMs / 2;
     if (TimeoutMs == 0) {
         Flags = MSG_DONTWAIT;
-    } else if (TimeoutMs != m_ReceiveTimeout) {
+    } else if (TimeoutMs != m_ReceiveTimeout && !Keep) {
         timeval T{};
         if (TimeoutMs > 0) {
             T.tv_sec = TimeoutMs / 1000;

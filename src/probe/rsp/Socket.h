@@ -32,8 +32,11 @@ public:
     bool WriteAll(const char* Data, size_t Size);
 
     enum class ReadResult { Data, Timeout, Closed };
+    /// How much later than asked a read may give up.
+    static constexpr int ReadSlackMs = 20;
     /// Waits up to TimeoutMs (0 only looks, negative waits without limit) and reads what has arrived.
-    /// A blocking read with a receive time-out: one system call per read on the fast path.
+    /// A blocking read with a receive time-out: one system call per read on the fast path. A Timeout
+    /// may come up to ReadSlackMs late, or early (after half the wait): callers with a deadline loop.
     ReadResult ReadSome(char* Buffer, size_t Capacity, size_t& Got, int TimeoutMs);
 
     /// The fewest bytes a blocking read waits for (SO_RCVLOWAT); set only when it changes.

@@ -6,6 +6,7 @@
 #include "SimpleTarget.h"
 
 #include <algorithm>
+#include <thread>
 
 using namespace probetest;
 
@@ -254,6 +255,47 @@ TEST_F(Remote, AServerThatStopsAnsweringIsALostConnection) {
     EXPECT_NE(TARVOARM_Step(), 0);
     TARVOARM_Close();
     EXPECT_LT(ElapsedMs(Again), 200) << "nothing waits on a dead connection";
+}
+
+// A serial port given for a GDB server, or a server that floods the line: the connection gives up
+// after the reply time-out, and a cancel from another thread ends it at once without an error.
+TEST(RemoteBabble, ConnectingEndsInTimeOrWhenCanceled) {
+    Messages::Get().Clear();
+    Messages::Install();
+    const auto Cancel = reinterpret_cast<void (*)()>(TARVO_GetpFunc(TARVO_PFUNC_CANCEL_CONNECT));
+    ASSERT_NE(Cancel, nullptr);
+    for (const bool Canceled : {false, true}) {
+        MockServer Server(true);
+        Server.SetHandler([](const std::string&) { return std::nullopt; });
+        Server.Babble("Booting kernel on cpu0\r\nDRAM: 512 MiB\r\n", 5000);
+        ASSERT_EQ(TARVOARM_SelectIP(("127.0.0.1:" + std::to_string(Server.Port())).c_str(), 0), 0);
+        ASSERT_EQ(TARVOARM_Open(), nullptr);
+        ASSERT_EQ(Exec(Canceled ? "Timeout=3000" : "Timeout=300"), "");
+        std::thread Canceler([&] {
+            if (Canceled) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                Cancel();
+            }
+        });
+        const auto Start = std::chrono::steady_clock::now();
+        EXPECT_NE(TARVOARM_Connect(), 0);
+        const int64_t Took = ElapsedMs(Start);
+        Canceler.join();
+        EXPECT_FALSE(TARVOARM_IsConnected());
+        if (Canceled) {
+            EXPECT_LT(Took, 100 + 200);
+            EXPECT_FALSE(Messages::Get().Contains("error:")) << "a cancel is no error of the target's";
+        } else {
+            EXPECT_LT(Took, 300 + 200);
+            EXPECT_TRUE(
+                Messages::Get().Contains("error: GDB server did not answer: no answer from the GDB server "
+                                         "within 300 ms"));
+        }
+        TARVOARM_Close();
+        Messages::Get().Clear();
+    }
+    Cancel(); // with nothing under way: nothing happens
+    Exec("Timeout=3000");
 }
 
 TEST_F(Remote, AServerThatGoesAwayWhileRunningIsALostConnection) {

@@ -49,6 +49,10 @@ QemuBackend::~QemuBackend() {
 
 bool QemuBackend::Connect(std::string& Error) {
     QemuBackend::Disconnect();
+    if (IsAborted()) {
+        Error = "the connection was canceled";
+        return false;
+    }
     const TextSink& Out = Sink();
     m_Process.SetOutputHandler([Out](const std::string& Line) {
         const bool IsError =

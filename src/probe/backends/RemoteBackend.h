@@ -11,6 +11,7 @@
 #include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <tuple>
 #include <vector>
@@ -30,6 +31,7 @@ public:
     ~RemoteBackend() override;
 
     bool Connect(std::string& Error) override;
+    void Abort() override;
     void Disconnect() override;
     bool IsConnected() const override;
     std::string LostReason() const override;
@@ -66,6 +68,8 @@ protected:
     /// Negotiates, reads the target description and the halt state over an open socket.
     bool Attach(rsp::Socket S, std::string& Error);
     rsp::GdbClient* Client() const { return m_Client.get(); }
+    /// Whether Abort was called since this back end was made.
+    bool IsAborted() const { return m_Aborted.load(); }
     bool IsHaltedNow() const { return m_Halted; }
     const TextSink& Sink() const { return m_Sink; }
 
@@ -111,7 +115,9 @@ private:
     uint16_t m_Port;
     TextSink m_Sink;
     int m_TimeoutMs = 3000;
-    std::unique_ptr<rsp::GdbClient> m_Client;
+    std::unique_ptr<rsp::GdbClient> m_Client; // replaced under m_AbortMutex, which Abort takes
+    std::mutex m_AbortMutex;
+    std::atomic<bool> m_Aborted{false};
     rsp::TargetDescription m_Description;
     RegisterMap m_Map;
     bool m_Halted = false;

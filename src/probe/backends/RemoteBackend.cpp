@@ -119,6 +119,11 @@ bool RemoteBackend::Attach(rsp::Socket S, std::string& Error) {
         Error = "The target description has no pc or sp register: not an ARM target";
         return false;
     }
+    m_MProfile = m_Description.Find("xpsr") != nullptr;
+    for (const rsp::RegisterInfo& R : m_Description.Registers()) {
+        m_MProfile = m_MProfile || R.Feature == "org.gnu.gdb.arm.m-profile";
+    }
+    m_AtReset = false;
     return true;
 }
 
@@ -279,6 +284,7 @@ bool RemoteBackend::Go(bool StepOverBreakpoint) {
     if (!IsConnected()) {
         return false;
     }
+    m_AtReset = false;
     if (!m_Halted) {
         return true;
     }
@@ -307,6 +313,7 @@ bool RemoteBackend::Step() {
     if (!IsConnected() || !m_Halted) {
         return false;
     }
+    m_AtReset = false;
     if (m_LastStopWasWatch) {
         return StepOverWatchpoints();
     }
@@ -325,6 +332,8 @@ bool RemoteBackend::Reset() {
     const bool Ok = ResetTarget();
     InvalidateRegisters();
     m_LastStopWasWatch = false;
+    // A reset of a board whose memory is still empty loads a T bit of 0 from its reset vector.
+    m_AtReset = Ok && KeepThumbState();
     return Ok && IsConnected();
 }
 

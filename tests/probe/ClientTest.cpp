@@ -136,10 +136,13 @@ TEST_F(ClientTest, BytesThatNeverAnswerDoNotExtendTheDeadline) {
         const auto Start = std::chrono::steady_clock::now();
         const Status S = C.Console ? Client.RequestWithConsole(C.Request, Reply, Console)
                                    : Client.Request(C.Request, Reply);
-        EXPECT_EQ(S, Status::Timeout) << C.Name << ": " << Reply;
+        // The reply doesn't come in time; or the flood keeps the server from reading our acknowledgements
+        // and our writes stop: either way the connection ends within the limit.
+        EXPECT_TRUE(S == Status::Timeout || S == Status::ConnectionLost) << C.Name << ": " << Reply;
         EXPECT_LT(ElapsedMs(Start), 300 + 200) << C.Name;
         EXPECT_FALSE(Client.IsAlive()) << C.Name;
-        EXPECT_NE(Client.DeathReason().find("within 300 ms"), std::string::npos) << C.Name;
+        EXPECT_NE(Client.DeathReason().find("within 300 ms"), std::string::npos)
+            << C.Name << ": " << Client.DeathReason();
     }
 }
 

@@ -93,7 +93,15 @@ Status ClientBase::Lose(Status S, const std::string& Reason) {
 
 bool ClientBase::WriteRaw(const char* Bytes, size_t Size) {
     std::lock_guard<std::mutex> Lock(m_WriteMutex);
-    return m_Socket.WriteAll(Bytes, Size);
+    return m_Socket.WriteAll(Bytes, Size, m_TimeoutMs);
+}
+
+Status ClientBase::WriteLost() {
+    // A server that floods us and reads nothing fills its receive buffer: our writes stop.
+    return Lose(Status::ConnectionLost,
+                m_Socket.WriteTimedOut()
+                    ? "the GDB server took no data within " + std::to_string(m_TimeoutMs) + " ms"
+                    : std::string("connection closed by the GDB server"));
 }
 
 bool ClientBase::IsConsolePacket(std::string_view Body) const {
@@ -136,7 +144,7 @@ Status ClientBase::ReadPacket(std::string& Body, int64_t Deadline, bool AllowRet
                     if (m_LazyAcks) {
                         m_AckPending = true;
                     } else if (!WriteRaw("+", 1)) {
-                        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+                        return WriteLost();
                     }
                 }
                 Body = std::move(E.Body);
@@ -146,7 +154,7 @@ Status ClientBase::ReadPacket(std::string& Body, int64_t Deadline, bool AllowRet
                     return Lose(Status::Protocol, "malformed packet from the GDB server: " + E.Error);
                 }
                 if (!WriteRaw("-", 1)) {
-                    return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+                    return WriteLost();
                 }
                 break;
             case PacketDecoder::EventKind::Nak:
@@ -155,7 +163,7 @@ Status ClientBase::ReadPacket(std::string& Body, int64_t Deadline, bool AllowRet
                         return Lose(Status::Protocol, "the GDB server refused our packet repeatedly");
                     }
                     if (!WriteRaw(m_Out.data() + m_LastStart, m_LastSize)) {
-                        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+                        return WriteLost();
                     }
                 }
                 break;
@@ -223,7 +231,7 @@ Status ClientBase::Exchange(std::string_view Body, std::string& Reply, std::stri
     }
     Frame(Body);
     if (!WriteRaw(m_Out.data(), m_Out.size())) {
-        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+        return WriteLost();
     }
     // One deadline for the whole request: console output and stop reports before the answer don't
     // extend it, so a server that floods us with them can't hold a caller.
@@ -282,9 +290,7 @@ Status ClientBase::Send(std::string_view Body) {
     }
     Frame(Body);
     m_LastSize = 0;
-    return WriteRaw(m_Out.data(), m_Out.size())
-               ? Status::Ok
-               : Lose(Status::ConnectionLost, "connection closed by the GDB server");
+    return WriteRaw(m_Out.data(), m_Out.size()) ? Status::Ok : WriteLost();
 }
 
 Status ClientBase::Resume(std::string_view Body) {
@@ -297,8 +303,8 @@ Status ClientBase::Resume(std::string_view Body) {
     }
     Frame(Body);
     std::lock_guard<std::mutex> WriteLock(m_WriteMutex);
-    if (!m_Socket.WriteAll(m_Out.data(), m_Out.size())) {
-        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+    if (!m_Socket.WriteAll(m_Out.data(), m_Out.size(), m_TimeoutMs)) {
+        return WriteLost();
     }
     m_Running = true;
     return Status::Ok;
@@ -342,7 +348,7 @@ bool ClientBase::SendInterrupt() {
     if (!m_Running.load() || m_Dead.load()) {
         return false;
     }
-    return m_Socket.WriteAll("\x03", 1);
+    return m_Socket.WriteAll("\x03", 1, m_TimeoutMs);
 }
 
 Status ClientBase::Interrupt(std::string& Stop, int TimeoutMs) {

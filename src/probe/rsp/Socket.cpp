@@ -88,16 +88,24 @@ Socket Socket::ConnectTcp(const std::string& Host, uint16_t Port, int TimeoutMs,
     return Result;
 }
 
-bool Socket::WriteAll(const char* Data, size_t Size) {
+bool Socket::WriteAll(const char* Data, size_t Size, int TimeoutMs) {
+    m_WriteTimedOut = false;
     while (Size > 0) {
-        const ssize_t N = send(m_Fd, Data, Size, MSG_NOSIGNAL);
+        const ssize_t N = send(m_Fd, Data, Size, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (N < 0) {
             if (errno == EINTR) {
                 continue;
             }
-            if (errno == EAGAIN) {
+            if (errno == EAGAIN || errno == EWOULDBLOCK) {
                 pollfd P{m_Fd, POLLOUT, 0};
-                poll(&P, 1, 1000);
+                int Ready;
+                do {
+                    Ready = poll(&P, 1, TimeoutMs);
+                } while (Ready < 0 && errno == EINTR);
+                if (Ready <= 0) {
+                    m_WriteTimedOut = Ready == 0;
+                    return false;
+                }
                 continue;
             }
             return false;

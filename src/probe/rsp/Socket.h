@@ -28,8 +28,11 @@ public:
     bool IsOpen() const { return m_Fd >= 0; }
     int Fd() const { return m_Fd; }
 
-    /// Writes all bytes; false when the peer has gone.
-    bool WriteAll(const char* Data, size_t Size);
+    /// Writes all bytes; false when the peer has gone, or when it took none for TimeoutMs (negative:
+    /// no limit): a peer that floods us and never reads would otherwise hold the writer for good.
+    bool WriteAll(const char* Data, size_t Size, int TimeoutMs = -1);
+    /// Whether the last WriteAll failed for its time-out rather than a closed connection.
+    bool WriteTimedOut() const { return m_WriteTimedOut; }
 
     enum class ReadResult { Data, Timeout, Closed };
     /// How much later than asked a read may give up.
@@ -50,6 +53,7 @@ private:
     int m_Fd = -1;
     int m_ReceiveTimeout = -2; // the SO_RCVTIMEO now set, -2 unknown
     int m_MinimumRead = 1;
+    bool m_WriteTimedOut = false;
 };
 
 /// Sets TCP_NODELAY on a TCP socket (a no-op on other sockets).

@@ -48,6 +48,7 @@ enum Command : U32 {
     CmdSetHardwareLimits = 14,   // Arg0 breakpoint comparators, Arg1 watchpoint comparators
     CmdGetPosition = 15,         // returns the index of the current script entry
     CmdLoadSnapshot = 16,        // pData SnapshotRequest*; 0, or -1 with the reason in its Error
+    CmdSetRunningAtConnect = 17, // Arg0 1: the target runs when the library connects (0, the default: halted)
 };
 
 enum Fault : U32 {
@@ -131,6 +132,9 @@ inline int GetCounter(Counter C) {
 }
 inline void SetHardwareLimits(U32 Breakpoints, U32 Watchpoints) {
     TARVO_FAKE_Control(CmdSetHardwareLimits, Breakpoints, Watchpoints, nullptr);
+}
+inline void SetRunningAtConnect(bool Running) {
+    TARVO_FAKE_Control(CmdSetRunningAtConnect, Running ? 1 : 0, 0, nullptr);
 }
 inline int Position() {
     return TARVO_FAKE_Control(CmdGetPosition, 0, 0, nullptr);

@@ -150,7 +150,11 @@ void* TARVO_GetpFunc(U32 Index);                            /* NULL = not availa
 /* GetpFunc(12): int (*)(void)            -> <0 unknown, else b1 data endian, b0 instr endian (signature)
    GetpFunc(10): int (*)(void)            -> 0 no BMA, 1 yes, 2 stop-mode emulation      (signature)
    GetpFunc(33): int (*)(void* p,int sz)  -> fills {U32 size 8, U32 port}: port 0, no web server;
-                                             0 ok, -1 when sz < 8 */
+                                             0 ok, -1 when sz < 8
+   GetpFunc(40): void (*)(void)           -> any thread, no lock: a TARVOARM_Connect under way on
+                                             another thread fails without an error text, at once or
+                                             when its TCP connection attempt times out */
+#define TARVO_PFUNC_CANCEL_CONNECT 40u
 
 /* ---------- run control ---------- */
 int TARVOARM_IsHalted(void);                     /* >=1 halted, 0 running, <0 connection lost; a halted

@@ -88,7 +88,9 @@ void CDevice::Shutdown() {
         return;
     }
     CDevice* D = s_Device;
-    // Jobs that have not started are dropped and count as done.
+    // Jobs that have not started are dropped and count as done; a connection under way gives up at once
+    // (a server that babbles would otherwise hold it, and the close, until its time-outs).
+    D->CancelConnect();
     D->CancelJobs(JT_ANY, JQ_ALL);
     D->StopRequested = 1;
     D->Wake();
@@ -520,7 +522,9 @@ void CDevice::RunJob(DEVICE_JOB* Job) {
     }
     I64 Value = 0;
     if (PrepareJob(Job)) {
+        m_RunningJob = Job;
         Value = ExecuteJob(Job);
+        m_RunningJob = nullptr;
     }
     FinishJob(Job, Value);
 }

@@ -108,6 +108,13 @@ public:
 
     // Scheduling forms of this layer's own.
     int ScheduleGetDeviceInfo(const char* Name);
+    /// GUI thread: ends a connection job that waits or runs, without an event; the library's wait for
+    /// the target ends at once. True if there was one.
+    bool CancelConnect();
+    /// Whether a connection job waits or runs. Any thread.
+    bool IsConnecting() const;
+    /// Why the last connection or download failed, for the Console; empty after success. Any thread.
+    QString LastErrorText() const;
 
     /// Held by the device thread during a batch; others take it to keep a batch from running.
     QRecursiveMutex& Mutex() { return m_DeviceMutex; }
@@ -312,6 +319,18 @@ private:
                   const std::function<bool()>& Ran);
     int RunBatch();
     void CheckHandleHalt();
+    /// Device thread: logs a failure as a warning and keeps it as the last error text. Gives -1.
+    int Fail(const QString& Text);
+    void ClearLastError();
+    /// Device thread, during a connection job: whether it was canceled.
+    bool IsConnectCanceled() const;
+    /// A connection in an attach mode learns the halt state at once, halting the target for
+    /// CM_ATTACH_HALT, so that the first register read after it finds the halt known.
+    void RecordAttachHalt(U32 Mode);
+    /// Halts a running target for a memory access that asks for it; true if it did. The access sees
+    /// the target halted until ResumeAfterAccess.
+    bool HaltForAccess(U32 Flags);
+    void ResumeAfterAccess(bool HaltedForIt);
     /// While connected and halted, the library is asked at least every 500 ms, so that a broken link is
     /// noticed within a second.
     void CheckConnection();
@@ -365,6 +384,11 @@ private:
     U32 m_PCIndex = 15;
     U8 m_ScratchStatus[5000] = {};
     std::atomic<qint64> m_LastHaltQuery{-1000};
+    std::atomic<DEVICE_JOB*> m_RunningJob{nullptr};
+    std::atomic<U8> m_AccessHalt{0}; // the target stands for an access that halted it
+    bool m_HaltToReport = false;     // a halt that a connection found, reported after its event
+    mutable std::mutex m_ErrorLock;
+    QString m_LastError;
     bool m_EventsBackedUp = false;
 
     mutable std::mutex m_FactsLock;
@@ -372,6 +396,7 @@ private:
     std::atomic<void*> m_FuncEndian{nullptr};  // optional function 12
     std::atomic<void*> m_FuncBMA{nullptr};     // optional function 10
     std::atomic<void*> m_FuncWebInfo{nullptr}; // optional function 33
+    std::atomic<void*> m_FuncCancel{nullptr};  // optional function TARVO_PFUNC_CANCEL_CONNECT
     std::atomic<I32> m_LastDownloadError{0};
     std::atomic<int> m_FlashBPRestores{0};
     // The download in progress (device thread): whether the probe's download is open, the ranges and

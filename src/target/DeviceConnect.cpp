@@ -63,8 +63,7 @@ int CDevice::SelectHostIF() {
     case HOST_IF_IP: {
         const QByteArray Host = Config.GetText(HOST_NAME).toUtf8();
         if (TARVOARM_SelectIP(Host.constData(), 0) == 1) {
-            LogWarnMsg(QStringLiteral("Connect: error during configuration of IP interface"));
-            return -1;
+            return Fail(QStringLiteral("Connect: error during configuration of IP interface"));
         }
         return 0;
     }
@@ -74,14 +73,12 @@ int CDevice::SelectHostIF() {
         const int Result = Config.GetParam(USE_SERIAL_NO) && Serial > 0 ? TARVOARM_EMU_SelectByUSBSN(Serial)
                                                                         : TARVOARM_SelectUSB(0);
         if (Result < 0) {
-            LogWarnMsg(QStringLiteral("Connect: serial number not found on usb"));
-            return -1;
+            return Fail(QStringLiteral("Connect: serial number not found on usb"));
         }
         return 0;
     }
     default:
-        LogWarnMsg(QStringLiteral("Connect: unknown host interface"));
-        return -1;
+        return Fail(QStringLiteral("Connect: unknown host interface"));
     }
 }
 
@@ -92,8 +89,7 @@ int CDevice::ConfigureProbe() {
     TARVOARM_ExecCommand(Command.constData(), Answer, sizeof(Answer));
     if (Answer[0] != '\0') {
         // The library's reason says more than the general failure below.
-        LogWarnMsg(QString::fromUtf8(Answer));
-        return -1;
+        return Fail(QString::fromUtf8(Answer));
     }
     TARVOARM_SetEndian(Config.GetParam(ENDIAN));
     TARVOARM_SetCoreIndex(static_cast<U32>(Config.GetParam(CORE_INDEX)));
@@ -107,18 +103,19 @@ int CDevice::ConfigureProbe() {
 
 int CDevice::ConnectSimple() {
     ResetState();
-    if (SelectHostIF() < 0) {
-        return -1;
-    }
+    ClearLastError();
+    // The callbacks come first: the library says why it refuses a host interface (a bad port).
     TARVOARM_EnableLog(&ProbeInfoText);
     TARVOARM_SetErrorOutHandler(&ProbeErrorText);
     TARVOARM_SetWarnOutHandler(&ProbeWarnText);
+    if (SelectHostIF() < 0) {
+        return -1;
+    }
 
     LogDebugMsg(QStringLiteral("Opening connection to Tarvo..."));
     if (const char* Error = TARVOARM_Open()) {
-        LogWarnMsg(QStringLiteral("Open: TARVO API call failed with error message: %1")
-                       .arg(QString::fromUtf8(Error)));
-        return -1;
+        return Fail(QStringLiteral("Open: TARVO API call failed with error message: %1")
+                        .arg(QString::fromUtf8(Error)));
     }
     const CDeviceConfig& Config = GetDeviceConfig();
     if (Config.GetParam(DEVICE_INDEX) == -1) {
@@ -147,17 +144,28 @@ int CDevice::ConnectSimple() {
 
     LogDebugMsg(QStringLiteral("Configuring hardware..."));
     if (ConfigureProbe() < 0) {
+        // The library's answer was the first reason and stays the one the Console shows.
         LogWarnMsg(QStringLiteral("Connect: could not configure Tarvo"));
         TARVOARM_Close();
         return -1;
     }
-    Connected = TARVOARM_Connect() == 0 && TARVOARM_IsConnected() ? 1 : 0;
-    if (!Connected.load()) {
+    // A canceled connection stops between its tries; the library ends a try under way itself.
+    const auto Try = [this]() {
+        return !IsConnectCanceled() && TARVOARM_Connect() == 0 && TARVOARM_IsConnected() ? 1 : 0;
+    };
+    Connected = Try();
+    if (!Connected.load() && !IsConnectCanceled()) {
         LogDebugMsg(QStringLiteral("Connecting to target..."));
-        Connected = TARVOARM_Connect() == 0 && TARVOARM_IsConnected() ? 1 : 0;
+        Connected = Try();
+    }
+    if (IsConnectCanceled()) {
+        LogInfoMsg(QStringLiteral("Connect: canceled"));
+        ResetState();
+        TARVOARM_Close();
+        return -2;
     }
     if (!Connected.load()) {
-        LogWarnMsg(QStringLiteral("Connect: TARVO API call failed"));
+        Fail(QStringLiteral("Connect: TARVO API call failed"));
         TARVOARM_Close();
         return -1;
     }
@@ -170,15 +178,86 @@ int CDevice::ConnectSimple() {
 }
 
 int CDevice::Connect(U32 Mode) {
-    if (Mode == CM_SILENT) {
-        return ConnectSimple() < 0 ? -1 : 0;
+    if (Mode != CM_SILENT) {
+        Disconnect();
     }
-    Disconnect();
-    if (ConnectSimple() < 0) {
-        return -1;
+    // -2, a canceled connection, ends the job without an event: the canceling side has ended its
+    // sequence already.
+    const int Result = ConnectSimple();
+    if (Result < 0) {
+        return Result == -2 ? -2 : -1;
     }
-    FinishConnect(Mode);
+    if (Mode != CM_SILENT) {
+        FinishConnect(Mode);
+    }
     return 0;
+}
+
+bool CDevice::IsConnectCanceled() const {
+    if (StopRequested.load()) {
+        return true;
+    }
+    const DEVICE_JOB* Job = m_RunningJob.load();
+    return Job && std::atomic_ref<U32>(const_cast<DEVICE_JOB*>(Job)->Type).load() == JT_CONNECT &&
+           !(std::atomic_ref<U32>(const_cast<DEVICE_JOB*>(Job)->Flags).load() & JOB_FLAG_PENDING);
+}
+
+bool CDevice::IsConnecting() const {
+    if (IsJobPending(JT_CONNECT)) {
+        return true;
+    }
+    // The job that runs has left the queued part of its ring.
+    DEVICE_JOB* Job = m_RunningJob.load();
+    return Job && std::atomic_ref<U32>(Job->Type).load() == JT_CONNECT &&
+           (std::atomic_ref<U32>(Job->Flags).load() & JOB_FLAG_PENDING);
+}
+
+bool CDevice::CancelConnect() {
+    if (!IsConnecting()) {
+        return false;
+    }
+    // Clears the pending bit of a running job as well, which is how the job learns of the cancel.
+    CancelJobs(JT_CONNECT, JQ_COMMAND);
+    if (auto Cancel = reinterpret_cast<void (*)()>(m_FuncCancel.load())) {
+        Cancel();
+    }
+    return true;
+}
+
+int CDevice::Fail(const QString& Text) {
+    LogWarnMsg(Text);
+    std::lock_guard<std::mutex> Guard(m_ErrorLock);
+    m_LastError = Text;
+    return -1;
+}
+
+void CDevice::ClearLastError() {
+    std::lock_guard<std::mutex> Guard(m_ErrorLock);
+    m_LastError.clear();
+}
+
+QString CDevice::LastErrorText() const {
+    std::lock_guard<std::mutex> Guard(m_ErrorLock);
+    return m_LastError;
+}
+
+void CDevice::RecordAttachHalt(U32 Mode) {
+    if (!Connected.load() || (Mode != CM_ATTACH && Mode != CM_ATTACH_HALT)) {
+        return;
+    }
+    if (Mode == CM_ATTACH_HALT) {
+        TARVOARM_Halt();
+    }
+    if (TARVOARM_IsHalted() < 1) {
+        return; // running: the polls of the device loop follow it; a broken link shows there too
+    }
+    WaitForHalt = 0;
+    Halted = 1;
+    SetTargetExecState(0, 0);
+    HaltDone = 1;
+    UserHaltPending = 0;
+    // The halt event follows the connection's own.
+    m_HaltToReport = true;
 }
 
 int CDevice::FinishConnect(U32 Mode) {
@@ -197,6 +276,7 @@ int CDevice::FinishConnect(U32 Mode) {
     ConnectMode = Mode;
     TARVOARM_EnableSoftBPs(1);
     ApplyDataEndianess(GetDeviceConfig().GetParam(ENDIAN));
+    RecordAttachHalt(Mode);
     return 0;
 }
 
@@ -240,6 +320,8 @@ void CDevice::ResetState() {
     MCTStarted = 0;
     HSSStarted = 0;
     UserHaltPending = 0;
+    m_AccessHalt = 0;
+    m_HaltToReport = false;
     ResetMode = RM_RESET_HALT;
     m_LastDownloadError = 0;
     WaitForHalt = 1;

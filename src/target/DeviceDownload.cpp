@@ -9,6 +9,7 @@
 #include "target/DeviceConfig.h"
 #include "target/DeviceEvents.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -111,9 +112,13 @@ int CDevice::VerifyDownload() {
             Back.resize(Piece);
             Status.resize(Piece);
             const U32 Got = ReadMem(Begin + Done, Piece, 0, 0, 0, nullptr, Back.data(), Status.data());
-            if (Got != Piece || std::memcmp(Back.data(), &m_DownloadData[Offset + Done], Piece) != 0) {
-                LogWarnMsg(QStringLiteral("Download: target memory differs from the program at 0x%1")
-                               .arg(Begin + Done, 8, 16, QLatin1Char('0')));
+            // The first byte that didn't read back as written: what was read matches up to it.
+            const U8* Want = &m_DownloadData[Offset + Done];
+            const U32 Same =
+                static_cast<U32>(std::mismatch(Back.begin(), Back.begin() + Got, Want).first - Back.begin());
+            if (Same < Piece) {
+                Fail(QStringLiteral("Download: target memory differs from the program at 0x%1")
+                         .arg(Begin + Done + Same, 8, 16, QLatin1Char('0')));
                 return -4;
             }
             Done += Piece;
@@ -124,18 +129,15 @@ int CDevice::VerifyDownload() {
 }
 
 int CDevice::EndDownload(bool HaltAround) {
+    ClearLastError();
     if (!Connected.load()) {
         LogDebugMsg(QStringLiteral("EndDL: not connected"));
         ForgetDownload();
         return -1;
     }
-    if (HaltAround) {
-        if (IsTargetHalted()) {
-            HaltAround = false;
-        } else {
-            TARVOARM_Halt();
-        }
-    }
+    // Without background access the check of what was written needs the target halted, as the writes
+    // did.
+    HaltAround = (HaltAround || !HasBackgroundAccess()) && HaltForAccess(MEM_ACCESS_HALT);
     DeviceEvents::PostProgressMsg("Writing Memory...");
     DeviceEvents::PostStartProgress(0, 0);
     int Result = TARVOARM_EndDownload();
@@ -149,8 +151,11 @@ int CDevice::EndDownload(bool HaltAround) {
         Result = VerifyDownload();
     }
     ForgetDownload();
-    if (HaltAround && WaitForHalt.load()) {
-        TARVOARM_GoEx(0, 1);
+    if (HaltAround) {
+        m_AccessHalt = 0;
+        if (WaitForHalt.load()) {
+            TARVOARM_GoEx(0, 1);
+        }
     }
     if (Connected.load()) {
         // A target that started running is noticed as TestConnectionLost does.

@@ -60,6 +60,7 @@ void CDevice::UpdateTarvoFuncPtrs() {
     m_FuncEndian = TARVO_GetpFunc(12);
     m_FuncBMA = TARVO_GetpFunc(10);
     m_FuncWebInfo = TARVO_GetpFunc(33);
+    m_FuncCancel = TARVO_GetpFunc(TARVO_PFUNC_CANCEL_CONNECT);
 }
 
 int CDevice::UpdateDeviceInfo() {

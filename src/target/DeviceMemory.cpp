@@ -75,7 +75,8 @@ bool CDevice::IsMemoryAccessible() {
     if (!Connected.load()) {
         return false;
     }
-    const bool Halted = QThread::currentThreadId() == m_ThreadId ? IsTargetHalted() : HaltDone.load() != 0;
+    const bool Halted = m_AccessHalt.load() ||
+                        (QThread::currentThreadId() == m_ThreadId ? IsTargetHalted() : HaltDone.load() != 0);
     return Halted || HasBackgroundAccess();
 }
 
@@ -179,12 +180,8 @@ U32 CDevice::ReadMem(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, con
     if (!Data || !Status) {
         return 0;
     }
-    bool Halted = false;
-    if ((Flags & MEM_ACCESS_HALT) && Connected.load() && !IsTargetHalted()) {
-        Flags &= ~static_cast<U32>(MEM_ACCESS_HALT);
-        Halted = true;
-        TARVOARM_Halt();
-    }
+    const bool Halted = HaltForAccess(Flags);
+    Flags &= ~static_cast<U32>(MEM_ACCESS_HALT);
     U32 Got = 0;
     if (ValidateMemoryAccessParams(true, Address, Count, Width, Flags, Data, Status) == 0) {
         Got = ReadMemSimple(Address, Count, Width, Flags, Zone, Data, Status);
@@ -195,9 +192,7 @@ U32 CDevice::ReadMem(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, con
     } else {
         FillStatus(Status, Count, 0);
     }
-    if (Halted && Connected.load()) {
-        TARVOARM_GoEx(0, 1);
-    }
+    ResumeAfterAccess(Halted);
     return Got;
 }
 
@@ -271,12 +266,8 @@ U32 CDevice::WriteMem(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, co
     if (!Data) {
         return 0;
     }
-    bool Halted = false;
-    if ((Flags & MEM_ACCESS_HALT) && Connected.load() && !IsTargetHalted()) {
-        Flags &= ~static_cast<U32>(MEM_ACCESS_HALT);
-        Halted = true;
-        TARVOARM_Halt();
-    }
+    const bool Halted = HaltForAccess(Flags);
+    Flags &= ~static_cast<U32>(MEM_ACCESS_HALT);
     const bool Flash = Flags & MEM_ACCESS_FLASH;
     if (Flash) {
         BeginDownloadBracket();
@@ -292,9 +283,7 @@ U32 CDevice::WriteMem(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, co
     if (Flash) {
         EndDownloadBracket();
     }
-    if (Halted && Connected.load()) {
-        TARVOARM_GoEx(0, 1);
-    }
+    ResumeAfterAccess(Halted);
     return Written;
 }
 
@@ -303,11 +292,7 @@ U32 CDevice::WriteMemMultiple(U32 RangeCount, const U32* Ranges, U32 DataSize, c
     if (!Ranges || !Data || RangeCount == 0) {
         return 0;
     }
-    bool Halted = false;
-    if ((Flags & MEM_ACCESS_HALT) && Connected.load() && !IsTargetHalted()) {
-        Halted = true;
-        TARVOARM_Halt();
-    }
+    const bool Halted = HaltForAccess(Flags);
     const bool Flash = Flags & MEM_ACCESS_FLASH;
     if (Flash) {
         BeginDownloadBracket();
@@ -336,10 +321,30 @@ U32 CDevice::WriteMemMultiple(U32 RangeCount, const U32* Ranges, U32 DataSize, c
     if (Flash) {
         EndDownloadBracket();
     }
-    if (Halted && Connected.load()) {
+    ResumeAfterAccess(Halted);
+    return Written;
+}
+
+bool CDevice::HaltForAccess(U32 Flags) {
+    if (!(Flags & MEM_ACCESS_HALT) || !Connected.load() || IsTargetHalted()) {
+        return false;
+    }
+    // The halt is known from the library's answer: a query of the halt state right after it would be
+    // refused by the 50 ms limit of the queries, and the access with it.
+    if (TARVOARM_Halt() == 0) {
+        m_AccessHalt = 1;
+    }
+    return true;
+}
+
+void CDevice::ResumeAfterAccess(bool HaltedForIt) {
+    if (!HaltedForIt) {
+        return;
+    }
+    m_AccessHalt = 0;
+    if (Connected.load()) {
         TARVOARM_GoEx(0, 1);
     }
-    return Written;
 }
 
 void CDevice::HaltBeforeMemoryIO() {

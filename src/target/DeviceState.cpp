@@ -34,7 +34,7 @@ bool CDevice::IsTargetHalted() {
     if (!Connected.load()) {
         return false;
     }
-    if (Halted.load()) {
+    if (Halted.load() || m_AccessHalt.load()) {
         return true;
     }
     return PollTargetHaltStatus(HALT_QUERY_INTERVAL_MS) == 1;
@@ -55,6 +55,12 @@ int CDevice::PollTargetHaltStatus(qint64 IntervalMs) {
 }
 
 void CDevice::CheckHandleHalt() {
+    if (m_HaltToReport) {
+        m_HaltToReport = false;
+        if (Connected.load() && HaltDone.load() && SessionActive.load()) {
+            PostJobEvent(JT_HALT, JS_DONE, 0, PC.load(), HR_NORMAL);
+        }
+    }
     if (!Connected.load() || ConnectionLost.load() || !WaitForHalt.load()) {
         return;
     }

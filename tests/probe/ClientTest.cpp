@@ -112,6 +112,72 @@ TEST_F(ClientTest, ASilentServerTimesOutAndLaterCallsFailAtOnce) {
     EXPECT_LT(ElapsedMs(Again), 50);
 }
 
+// A serial port given for a server, or a server gone wrong, keeps sending: the deadline of a request
+// holds all the same. The babble stops after 3 s, so a client that waits on it fails the bound.
+TEST_F(ClientTest, BytesThatNeverAnswerDoNotExtendTheDeadline) {
+    struct CASE {
+        const char* Name;
+        std::string Bytes;
+        const char* Request;
+        bool Console; // the request of a monitor command, which takes console output before its answer
+    } Cases[] = {
+        {"line noise of a serial port", "boot: 0123456789 abcdef\r\n", "qSupported", false},
+        {"a flood of stop reports before a query", "$T05thread:01;#07", "qSupported", false},
+        {"a flood of stop reports before a read", "$T05thread:01;#07", "m0,4", false},
+        {"console output without an end", "$O6869#2c", "qRcmd,7265736574", true},
+    };
+    for (const CASE& C : Cases) {
+        MockServer Babbler;
+        GdbClient Client(Babbler.TakeClientSocket());
+        Client.SetTimeout(300);
+        Babbler.SetHandler([](const std::string&) { return std::nullopt; });
+        Babbler.Babble(C.Bytes, 3000);
+        std::string Reply, Console;
+        const auto Start = std::chrono::steady_clock::now();
+        const Status S = C.Console ? Client.RequestWithConsole(C.Request, Reply, Console)
+                                   : Client.Request(C.Request, Reply);
+        // The reply doesn't come in time; or the flood keeps the server from reading our acknowledgements
+        // and our writes stop: either way the connection ends within the limit.
+        EXPECT_TRUE(S == Status::Timeout || S == Status::ConnectionLost) << C.Name << ": " << Reply;
+        EXPECT_LT(ElapsedMs(Start), 300 + 200) << C.Name;
+        EXPECT_FALSE(Client.IsAlive()) << C.Name;
+        EXPECT_NE(Client.DeathReason().find("within 300 ms"), std::string::npos)
+            << C.Name << ": " << Client.DeathReason();
+    }
+}
+
+TEST_F(ClientTest, AFloodWhileRunningEndsEachWaitForAStopInTime) {
+    Server.SetHandler([](const std::string&) { return std::nullopt; });
+    ASSERT_EQ(Client->StartContinue(), Status::Ok);
+    Server.Babble("$OK#9a", 3000);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::string Stop;
+    auto Start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Client->WaitStop(Stop, 0), Status::Timeout) << "a look, while packets keep coming";
+    EXPECT_LT(ElapsedMs(Start), 100);
+    Start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Client->WaitStop(Stop, 200), Status::Timeout);
+    EXPECT_LT(ElapsedMs(Start), 200 + 150);
+    EXPECT_TRUE(Client->IsAlive()) << "a running target is no lost connection";
+}
+
+// QEMU reports the stop of a target that ran when the connection came on its own, ahead of the answer.
+TEST_F(ClientTest, AStopReportAheadOfAnAnswerIsSkipped) {
+    Server.SetHandler([](const std::string& P) -> std::optional<std::string> {
+        if (P == "?") {
+            return std::string("S05");
+        }
+        return std::string("T05thread:01;\x1e") + (P[0] == 'm' ? "01020304" : "OK");
+    });
+    std::string Reply;
+    ASSERT_EQ(Client->Request("m20000000,4", Reply), Status::Ok);
+    EXPECT_EQ(Reply, "01020304");
+    ASSERT_EQ(Client->Request("Hg0", Reply), Status::Ok);
+    EXPECT_EQ(Reply, "OK");
+    ASSERT_EQ(Client->Request("?", Reply), Status::Ok);
+    EXPECT_EQ(Reply, "S05") << "the halt reason is a stop report itself";
+}
+
 TEST_F(ClientTest, AClosedConnectionIsLost) {
     Server.SetHandler([](const std::string&) { return std::nullopt; });
     std::thread Closer([this] {

@@ -38,6 +38,9 @@ MockServer::~MockServer() {
         shutdown(m_ListenFd, SHUT_RDWR);
     }
     m_Thread.join();
+    if (m_Babbler.joinable()) {
+        m_Babbler.join();
+    }
     if (m_Fd >= 0) {
         close(m_Fd);
     }
@@ -73,6 +76,27 @@ void MockServer::Disconnect() {
     if (m_Fd >= 0) {
         shutdown(m_Fd, SHUT_RDWR);
     }
+}
+
+void MockServer::Babble(const std::string& Bytes, int ForMs) {
+    m_Babbler = std::thread([this, Bytes, ForMs] {
+        std::string Chunk;
+        while (Chunk.size() < 4096) {
+            Chunk += Bytes;
+        }
+        const auto End = std::chrono::steady_clock::now() + std::chrono::milliseconds(ForMs);
+        while (!m_Stop.load() && std::chrono::steady_clock::now() < End) {
+            int Fd = -1;
+            {
+                std::lock_guard<std::mutex> Lock(m_Mutex);
+                Fd = m_Fd;
+            }
+            // The socket's buffer is kept full, so that a reader never finds a pause.
+            if (Fd < 0 || send(Fd, Chunk.data(), Chunk.size(), MSG_NOSIGNAL | MSG_DONTWAIT) <= 0) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        }
+    });
 }
 
 std::vector<std::string> MockServer::Received() {

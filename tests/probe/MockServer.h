@@ -38,6 +38,9 @@ public:
     void SendPacket(const std::string& Body);
     /// Closes the connection as a dying server would.
     void Disconnect();
+    /// Sends Bytes again and again for ForMs milliseconds, as fast as the client takes them, on a
+    /// thread of its own: a serial port given for a server, or a server that floods the client.
+    void Babble(const std::string& Bytes, int ForMs);
 
     std::vector<std::string> Received();
     /// Waits up to a second until Count packets have come in since the last clear; false if they didn't.
@@ -61,6 +64,7 @@ private:
     uint16_t m_Port = 0;
     tarvo::rsp::Socket m_ClientEnd;
     std::thread m_Thread;
+    std::thread m_Babbler;
     std::atomic<bool> m_Stop{false};
     std::mutex m_Mutex; // handler, received list, writes
     Handler m_Handler;

@@ -6,6 +6,7 @@
 #include "SimpleTarget.h"
 
 #include <algorithm>
+#include <thread>
 
 using namespace probetest;
 
@@ -209,6 +210,40 @@ TEST_F(Remote, ResetGoesThroughTheServersMonitor) {
     EXPECT_NE(Exec("monitor frobnicate"), "") << "a command the server doesn't know";
 }
 
+// A Cortex-M runs Thumb code only. A reset of a board whose memory is still empty loads T = 0 from its
+// reset vector, and a PC written afterwards doesn't set it: the first instruction would fault.
+TEST_F(Remote, TheCoreStaysInThumbStateAcrossResetDownloadAndPcWrites) {
+    constexpr U64 T = 0x01000000;
+    Target.ResetXpsr = 0;
+    Connect();
+    ASSERT_EQ(TARVOARM_Reset(), 0);
+    EXPECT_EQ(Reg(TARVO_REG_XPSR), T) << "after a reset";
+    // The download brings the vector table; the target still stands at its reset, so SP, PC and T come
+    // from the new table as a reset would take them.
+    const U8 Vectors[8] = {0x00, 0x10, 0x00, 0x20, 0x01, 0x02, 0x00, 0x08};
+    ASSERT_EQ(TARVOARM_BeginDownload(0), 0);
+    ASSERT_EQ(TARVOARM_WriteMemEx(SimpleTarget::FlashStart, 8, Vectors, 0), 8);
+    ASSERT_EQ(TARVOARM_EndDownload(), 0);
+    EXPECT_EQ(Reg(TARVO_REG_SP), 0x20001000u);
+    EXPECT_EQ(Reg(TARVO_REG_PC), 0x08000200u);
+    EXPECT_EQ(Reg(TARVO_REG_XPSR), T);
+    // A PC written with the Thumb bit of an address (a vector, a function pointer).
+    Target.SetRegister(16, 0);
+    ASSERT_EQ(Exec("InvalidateCache"), "");
+    ASSERT_EQ(TARVOARM_WriteReg(TARVO_REG_PC, 0x08000301), 0);
+    EXPECT_EQ(Target.Register(SimpleTarget::PcNumber), 0x08000300u);
+    EXPECT_EQ(Target.Register(16), T);
+    // A target that has run keeps its registers through a later download.
+    TARVOARM_GoEx(0, 1);
+    ASSERT_EQ(TARVOARM_Halt(), 0);
+    const U8 Other[8] = {0x00, 0x20, 0x00, 0x20, 0x01, 0x04, 0x00, 0x08};
+    ASSERT_EQ(TARVOARM_BeginDownload(0), 0);
+    ASSERT_EQ(TARVOARM_WriteMemEx(SimpleTarget::FlashStart, 8, Other, 0), 8);
+    ASSERT_EQ(TARVOARM_EndDownload(), 0);
+    EXPECT_EQ(Reg(TARVO_REG_PC), 0x08000300u);
+    EXPECT_EQ(Reg(TARVO_REG_SP), 0x20001000u);
+}
+
 TEST_F(Remote, ProgramsFlashAtTheEndOfADownload) {
     Target.OfferNoAck = true;
     Connect();
@@ -254,6 +289,47 @@ TEST_F(Remote, AServerThatStopsAnsweringIsALostConnection) {
     EXPECT_NE(TARVOARM_Step(), 0);
     TARVOARM_Close();
     EXPECT_LT(ElapsedMs(Again), 200) << "nothing waits on a dead connection";
+}
+
+// A serial port given for a GDB server, or a server that floods the line: the connection gives up
+// after the reply time-out, and a cancel from another thread ends it at once without an error.
+TEST(RemoteBabble, ConnectingEndsInTimeOrWhenCanceled) {
+    Messages::Get().Clear();
+    Messages::Install();
+    const auto Cancel = reinterpret_cast<void (*)()>(TARVO_GetpFunc(TARVO_PFUNC_CANCEL_CONNECT));
+    ASSERT_NE(Cancel, nullptr);
+    for (const bool Canceled : {false, true}) {
+        MockServer Server(true);
+        Server.SetHandler([](const std::string&) { return std::nullopt; });
+        Server.Babble("Booting kernel on cpu0\r\nDRAM: 512 MiB\r\n", 5000);
+        ASSERT_EQ(TARVOARM_SelectIP(("127.0.0.1:" + std::to_string(Server.Port())).c_str(), 0), 0);
+        ASSERT_EQ(TARVOARM_Open(), nullptr);
+        ASSERT_EQ(Exec(Canceled ? "Timeout=3000" : "Timeout=300"), "");
+        std::thread Canceler([&] {
+            if (Canceled) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                Cancel();
+            }
+        });
+        const auto Start = std::chrono::steady_clock::now();
+        EXPECT_NE(TARVOARM_Connect(), 0);
+        const int64_t Took = ElapsedMs(Start);
+        Canceler.join();
+        EXPECT_FALSE(TARVOARM_IsConnected());
+        if (Canceled) {
+            EXPECT_LT(Took, 100 + 200);
+            EXPECT_FALSE(Messages::Get().Contains("error:")) << "a cancel is no error of the target's";
+        } else {
+            EXPECT_LT(Took, 300 + 200);
+            EXPECT_TRUE(
+                Messages::Get().Contains("error: GDB server did not answer: no answer from the GDB server "
+                                         "within 300 ms"));
+        }
+        TARVOARM_Close();
+        Messages::Get().Clear();
+    }
+    Cancel(); // with nothing under way: nothing happens
+    Exec("Timeout=3000");
 }
 
 TEST_F(Remote, AServerThatGoesAwayWhileRunningIsALostConnection) {

@@ -147,6 +147,7 @@ std::optional<std::string> SimpleTarget::Handle(const std::string& P) {
         }
         if (Text == "reset halt" || Text == "system_reset") {
             m_Values[PcNumber] = ResetPc;
+            m_Values[16] = ResetXpsr;
             return "O" + HexOfText("target halted due to debug-request\n") + "\x1eOK";
         }
         return std::string();
@@ -199,6 +200,11 @@ std::optional<std::string> SimpleTarget::Memory(const std::string& P) {
         }
         DecodeHexBytes(P.substr(Colon + 1), Ram(Address), Size);
         return std::string("OK");
+    }
+    if (Address == 0xE000ED08 && Size == 4) {
+        std::string Out;
+        AppendHexBytes(Out, reinterpret_cast<const uint8_t*>(&Vtor), 4);
+        return Out;
     }
     if (!InRam && !InFlash) {
         return std::string("E01");

@@ -36,6 +36,8 @@ public:
     bool Running = false;
     std::optional<uint32_t> WatchHitPc; // a continue or step from here reports the first watchpoint
     uint32_t ResetPc = 0x100;
+    uint32_t ResetXpsr = 0x01000000; // 0: as a reset from an empty vector table leaves it
+    uint32_t Vtor = FlashStart;      // read at 0xE000ED08
     int HardLimit = 2;
     int WatchLimit = 2;
     bool EraseFails = false;

@@ -3,6 +3,8 @@
 
 #include "DeviceFixture.h"
 
+#include "../probe/kit/Babbler.h"
+
 #include "app/core/SysVars.h"
 #include "probe/TarvoCores.h"
 #include "target/DeviceConfig.h"
@@ -182,29 +184,32 @@ TEST_F(Session, TheModeDecidesAboutTheSessionAndTheEvent) {
 }
 
 TEST_F(Session, FailuresOfEachStepCloseTheLibraryAndFailTheJob) {
+    // Text goes to the log; Reason is the device's last error, which the Console shows.
     struct CASE {
         const char* Name;
         std::function<void()> Arrange;
         const char* Text;
+        const char* Reason;
     } Cases[] = {
         {"unknown host interface", [] { GetDeviceConfig().SetParam(HOST_IF, 3); },
-         "Connect: unknown host interface"},
+         "Connect: unknown host interface", "Connect: unknown host interface"},
         {"IP without a host",
          [] {
              GetDeviceConfig().SetParam(HOST_IF, HOST_IF_IP);
              GetDeviceConfig().SetText(HOST_NAME, "");
          },
+         "Connect: error during configuration of IP interface",
          "Connect: error during configuration of IP interface"},
         {"a serial number nobody has",
          [] {
              GetDeviceConfig().SetParam(USB_SERIAL_NO, 1234);
              GetDeviceConfig().SetParam(USE_SERIAL_NO, 1);
          },
-         "Connect: serial number not found on usb"},
+         "Connect: serial number not found on usb", "Connect: serial number not found on usb"},
         {"a device the library doesn't know", [] { GetDeviceConfig().SetText(DEVICE_NAME, "NOPE"); },
-         "Connect: could not configure Tarvo"},
+         "Connect: could not configure Tarvo", "Unknown device \"NOPE\""},
         {"a target that doesn't answer", [] { tarvo::fake::SetFault(tarvo::fake::ConnectFails, true); },
-         "Connect: TARVO API call failed"},
+         "Connect: TARVO API call failed", "Connect: TARVO API call failed"},
     };
     for (const CASE& C : Cases) {
         Configure("FAKE");
@@ -217,8 +222,83 @@ TEST_F(Session, FailuresOfEachStepCloseTheLibraryAndFailTheJob) {
         EXPECT_FALSE(m_Device->Connected.load()) << C.Name;
         EXPECT_EQ(TARVOARM_IsOpen(), 0) << C.Name << ": the library is closed again";
         EXPECT_TRUE(LogText().contains(C.Text)) << C.Name;
+        EXPECT_EQ(m_Device->LastErrorText(), QLatin1String(C.Reason)) << C.Name;
     }
     EXPECT_EQ(tarvo::fake::GetCounter(tarvo::fake::Connects), 2) << "the connection is tried twice";
+}
+
+// A connection in an attach mode returns with the halt state known: the first register read after it
+// must not depend on a poll of the device loop.
+TEST_F(Session, AnAttachmentKnowsTheHaltWhenItsEventComes) {
+    tarvo::fake::SetRegister(TARVO_REG_PC, 0x2000);
+    struct CASE {
+        CONNECT_MODES Mode;
+        bool RunningBefore;
+        bool HaltedAfter;
+    } Cases[] = {{CM_ATTACH_HALT, true, true},
+                 {CM_ATTACH_HALT, false, true},
+                 {CM_ATTACH, false, true},
+                 {CM_ATTACH, true, false}};
+    for (const CASE& C : Cases) {
+        tarvo::fake::SetRunningAtConnect(C.RunningBefore);
+        m_Listener.Events.clear();
+        ASSERT_EQ(m_Device->ScheduleConnect(C.Mode), 0);
+        m_Device->WaitForJobEvent(JT_CONNECT, false);
+        const std::string Name = std::to_string(C.Mode) + (C.RunningBefore ? " running" : " halted");
+        ASSERT_TRUE(m_Device->Connected.load()) << Name;
+        EXPECT_EQ(m_Device->HaltDone.load(), C.HaltedAfter ? 1 : 0) << Name;
+        EXPECT_EQ(TARVOARM_IsHalted(), C.HaltedAfter ? 1 : 0) << Name;
+        if (C.HaltedAfter) {
+            EXPECT_EQ(m_Device->PC.load(), tarvo::fake::GetRegister(TARVO_REG_PC)) << Name;
+            U64 Pc = 0;
+            EXPECT_EQ(m_Device->ReadReg(TARVO_REG_PC, &Pc), 0) << Name;
+            // The halt is reported after the connection, as the session controller expects.
+            DrainEvents();
+            std::vector<U32> Kinds;
+            for (const RecordingListener::Heard& H : m_Listener.Events) {
+                Kinds.push_back(H.Type);
+            }
+            EXPECT_EQ(Kinds, (std::vector<U32>{JT_CONNECT, JT_HALT})) << Name;
+        }
+        m_Device->ScheduleDisconnect();
+        m_Device->WaitForJobEvent(JT_DISCONNECT, false);
+        DrainEvents();
+    }
+}
+
+// A serial port given for a GDB server sends bytes that never form an answer: the connection fails
+// after the reply time-out, once per try, or at once when it is canceled; a canceled one raises no event.
+TEST_F(Session, AConnectionToABabblingPortEndsInTimeOrWhenCanceled) {
+    probetest::Babbler Port;
+    Configure("FAKE", HOST_IF_IP);
+    GetDeviceConfig().SetText(HOST_NAME,
+                              QStringLiteral("127.0.0.1:%1").arg(Port.Port()).toUtf8().constData());
+    char Answer[256] = {};
+    ASSERT_EQ(TARVOARM_ExecCommand("Timeout=300", Answer, sizeof(Answer)), 0);
+    QElapsedTimer T;
+    T.start();
+    RunConnect(CM_ATTACH);
+    EXPECT_EQ(m_Heard.Failed, std::vector<CONNECT_MODES>{CM_ATTACH});
+    EXPECT_LT(T.elapsed(), 2 * 300 + 500) << "two tries of one time-out each";
+    EXPECT_EQ(Port.Connections(), 2);
+
+    ASSERT_EQ(TARVOARM_ExecCommand("Timeout=3000", Answer, sizeof(Answer)), 0);
+    m_Heard.Clear();
+    ASSERT_EQ(m_Device->ScheduleConnect(CM_ATTACH), 0);
+    QThread::msleep(100);
+    T.restart();
+    EXPECT_TRUE(m_Device->CancelConnect());
+    while (m_Device->HasQueuedJobs() && T.elapsed() < 5000) {
+        QThread::msleep(1);
+    }
+    EXPECT_LT(T.elapsed(), 300) << "the library's wait ended with the cancel";
+    DrainEvents();
+    EXPECT_TRUE(m_Heard.Failed.empty());
+    EXPECT_TRUE(m_Heard.Connected.empty());
+    EXPECT_FALSE(m_Device->Connected.load());
+    EXPECT_EQ(TARVOARM_IsOpen(), 0);
+    EXPECT_EQ(Port.Connections(), 3) << "no second try after a cancel";
+    EXPECT_FALSE(m_Device->CancelConnect()) << "nothing left to cancel";
 }
 
 TEST_F(Session, SerialNumberZeroSelectsTheFirstProbe) {
@@ -419,6 +499,44 @@ TEST_F(Session, EveryFailureOfADownloadEndsInOneFailedEventWithItsCode) {
     tarvo::fake::FailReads(0, 0);
 }
 
+// A probe without background access halts a running target around the writes of a download; the
+// writes must find the target halted, though the halt state was asked for a moment before.
+TEST_F(Session, ADownloadToARunningTargetWithoutBackgroundAccess) {
+    ConnectHalted();
+    {
+        QMutexLocker Hold(&m_Device->Mutex());
+        TARVOARM_GoEx(0, 1);
+        m_Device->Halted = 0;
+        m_Device->HaltDone = 0;
+        m_Device->WaitForHalt = 1;
+        m_Device->Capabilities[0] = 0;
+    }
+    const int Halts = tarvo::fake::GetCounter(tarvo::fake::Halts);
+    RunDownload({Block(RAM + 0x200, 600, 2)});
+    ASSERT_EQ(m_Heard.Downloads.size(), 1u);
+    EXPECT_EQ(m_Heard.Downloads[0].Error, 0);
+    const ELF_DATA_BLOCK B = Block(RAM + 0x200, 600, 2);
+    EXPECT_EQ(tarvo::fake::Peek(B.Address, B.Size), std::vector<U8>(B.Data.begin(), B.Data.end()));
+    EXPECT_GT(tarvo::fake::GetCounter(tarvo::fake::Halts), Halts);
+    EXPECT_EQ(TARVOARM_IsHalted(), 0) << "running again afterwards";
+    EXPECT_FALSE(LogText().contains("cannot access memory while target is running"));
+}
+
+// The reason of a failed verification names the first byte that differs.
+TEST_F(Session, AFailedVerificationNamesTheFirstByteThatDiffers) {
+    ConnectHalted();
+    tarvo::fake::FailReads(RAM + 0x183, 1);
+    RunDownload({Block(RAM + 0x100, 512, 4)});
+    tarvo::fake::FailReads(0, 0);
+    ASSERT_EQ(m_Heard.Downloads.size(), 1u);
+    EXPECT_EQ(m_Heard.Downloads[0].Error, -4);
+    EXPECT_EQ(m_Device->LastErrorText(),
+              QStringLiteral("Download: target memory differs from the program at 0x20000183"));
+    m_Heard.Clear();
+    RunDownload({Block(RAM + 0x100, 512, 5)});
+    EXPECT_EQ(m_Device->LastErrorText(), QString()) << "a download that succeeds leaves no reason";
+}
+
 TEST_F(Session, ADownloadWhoseLinkBreaksStillEnds) {
     ConnectHalted();
     {
@@ -452,7 +570,6 @@ TEST_F(Session, EndingADownloadOnARunningTargetHaltsAndResumesIt) {
         m_Device->WaitForHalt = 1;
         const int Halts = tarvo::fake::GetCounter(tarvo::fake::Halts);
         const int Resumes = tarvo::fake::GetCounter(tarvo::fake::Resumes);
-        QThread::msleep(60); // past the interval of the halt queries
         EXPECT_EQ(m_Device->EndDownload(true), 0);
         EXPECT_EQ(tarvo::fake::GetCounter(tarvo::fake::Halts), Halts + 1);
         EXPECT_EQ(tarvo::fake::GetCounter(tarvo::fake::Resumes), Resumes + 1);

@@ -54,6 +54,12 @@ int WebServerInfo(void* Record, int Size) {
     return 0;
 }
 
+// GetpFunc(40): ends a TARVOARM_Connect under way on another thread. Takes no lock that a waiting
+// connection holds, so any thread may call it at any time.
+void CancelConnect() {
+    S().Cancel();
+}
+
 const char* CompiledText() {
     return " compiled " __DATE__;
 }
@@ -214,8 +220,12 @@ int TARVOARM_Connect(void) {
         return -1;
     }
     std::string Why;
-    if (!S().Connect(Why)) {
-        S().Error(Why);
+    bool Canceled = false;
+    if (!S().Connect(Why, Canceled)) {
+        // The caller asked for the end of a cancel; it is no error of the target's.
+        if (!Canceled) {
+            S().Error(Why);
+        }
         return -1;
     }
     return 0;
@@ -259,6 +269,8 @@ void* TARVO_GetpFunc(U32 Index) {
         return reinterpret_cast<void*>(&TargetEndianness);
     case 33:
         return reinterpret_cast<void*>(&WebServerInfo);
+    case TARVO_PFUNC_CANCEL_CONNECT:
+        return reinterpret_cast<void*>(&CancelConnect);
     default:
         return nullptr;
     }

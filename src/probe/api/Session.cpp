@@ -85,7 +85,16 @@ bool Session::DeviceIsEmulated() const {
     return DeviceIndex > 0 && DeviceTable()[static_cast<size_t>(DeviceIndex)].Machine != nullptr;
 }
 
-bool Session::Connect(std::string& Why) {
+void Session::Cancel() {
+    std::lock_guard<std::mutex> Lock(m_CancelMutex);
+    if (m_Connecting) {
+        m_Canceled = true;
+        m_Connecting->Abort();
+    }
+}
+
+bool Session::Connect(std::string& Why, bool& Canceled) {
+    Canceled = false;
     if (Connected()) {
         return true;
     }
@@ -112,7 +121,24 @@ bool Session::Connect(std::string& Why) {
         Why = "No host interface selected";
         return false;
     }
-    if (!B->Connect(Why)) {
+    {
+        std::lock_guard<std::mutex> Lock(m_CancelMutex);
+        m_Connecting = B.get();
+        m_Canceled = false;
+    }
+    const bool Ok = B->Connect(Why);
+    {
+        std::lock_guard<std::mutex> Lock(m_CancelMutex);
+        m_Connecting = nullptr;
+        Canceled = m_Canceled;
+    }
+    if (Canceled) {
+        // A connection made in the moment of the cancel is given up as well.
+        B->Disconnect();
+        Why = "the connection was canceled";
+        return false;
+    }
+    if (!Ok) {
         return false;
     }
     Target = std::move(B);

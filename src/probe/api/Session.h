@@ -77,8 +77,12 @@ public:
     /// Whether the device chosen would run on the emulated board (or the fake target).
     bool DeviceIsEmulated() const;
     bool DeviceIsFake() const;
-    /// Creates the back end for the host interface and device and connects it.
-    bool Connect(std::string& Error);
+    /// Creates the back end for the host interface and device and connects it. Canceled tells whether
+    /// a failure came from Cancel.
+    bool Connect(std::string& Error, bool& Canceled);
+    /// Any thread, without Mutex: a Connect under way on another thread fails at once (or, at the
+    /// latest, when its current wait for the target ends). Nothing else changes.
+    void Cancel();
     /// Ends the connection and forgets every breakpoint and data event.
     void Disconnect();
     /// Runs a command of TARVOARM_ExecCommand; empty on success, else the error text.
@@ -86,6 +90,9 @@ public:
 
 private:
     void Emit(std::atomic<TARVO_LOG_FUNC>& Func, const char* Level, const std::string& Text);
+    std::mutex m_CancelMutex; // the back end that connects, and whether it was canceled
+    Backend* m_Connecting = nullptr;
+    bool m_Canceled = false;
     std::mutex m_LogMutex;
     FILE* m_LogFile = nullptr;
 };

@@ -37,6 +37,9 @@ public:
 
     /// Makes the connection to the target; the target is halted or runs as it did. Error says why not.
     virtual bool Connect(std::string& Error) = 0;
+    /// Any thread, while another is in Connect: ends what Connect waits for, so that it fails at once;
+    /// a connection it has made already breaks. Nothing waits here.
+    virtual void Abort() {}
     /// Ends the connection: the target is released (a GDB server) or ended (an emulated board).
     virtual void Disconnect() = 0;
     virtual bool IsConnected() const = 0;

@@ -35,6 +35,7 @@ void FakeState::SetDefaults() {
     WatchLimit = 4;
     Counters.fill(0);
     Running = false;
+    RunningAtConnect = false;
     HaltAt = -1;
     Points.clear();
 }
@@ -95,7 +96,8 @@ bool FakeBackend::Connect(std::string& Error) {
         return false;
     }
     State().Connected = true;
-    State().Running = false;
+    State().Running = State().RunningAtConnect;
+    State().HaltAt = -1;
     State().Points.clear();
     return true;
 }
@@ -420,6 +422,9 @@ int FakeControl(U32 Cmd, U64 Arg0, U64 Arg1, void* Data) {
         return 0;
     case fake::CmdGetPosition:
         return static_cast<int>(S.Position);
+    case fake::CmdSetRunningAtConnect:
+        S.RunningAtConnect = A != 0;
+        return 0;
     default:
         return -1;
     }

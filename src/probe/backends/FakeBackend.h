@@ -45,6 +45,7 @@ struct FakeState {
     U32 RunPolls = 1;
     U32 HardBreakLimit = 6;
     U32 WatchLimit = 4;
+    bool RunningAtConnect = false;
     std::array<int, 7> Counters{};
     // Session state
     bool Connected = false;

@@ -49,6 +49,10 @@ QemuBackend::~QemuBackend() {
 
 bool QemuBackend::Connect(std::string& Error) {
     QemuBackend::Disconnect();
+    if (IsAborted()) {
+        Error = "the connection was canceled";
+        return false;
+    }
     const TextSink& Out = Sink();
     m_Process.SetOutputHandler([Out](const std::string& Line) {
         const bool IsError =
@@ -182,6 +186,8 @@ void QemuBackend::ReadMissingRegisters(const std::vector<U32>& Indices, std::vec
     if (!ReadCore(TARVO_REG_PC, Pc) || !ReadCore(TARVO_REG_XPSR, Xpsr)) {
         return;
     }
+    // Everything is put back as it was: a target at its reset stays there.
+    const bool AtReset = m_AtReset;
     const U32 Scratch = m_Board.RamAddr;
     std::vector<U8> Memory(Code.size());
     if (RemoteBackend::ReadMemory(Scratch, Memory.size(), Memory.data()) != Memory.size() ||
@@ -205,6 +211,7 @@ void QemuBackend::ReadMissingRegisters(const std::vector<U32>& Indices, std::vec
         WriteCore(TARVO_REG_XPSR, Xpsr);
         RemoteBackend::WriteMemory(Scratch, Memory.size(), Memory.data());
     }
+    m_AtReset = AtReset;
 }
 
 bool QemuBackend::WriteMissingRegister(U32 Index, U64 Value) {

@@ -9,6 +9,7 @@ namespace tarvo {
 
 namespace {
 constexpr int SignalInterrupt = 2;
+constexpr const char* AbortedText = "the connection was canceled";
 constexpr int StepTimeoutMs = 2000;
 
 rsp::PointType PointTypeOf(PointKind Kind) {
@@ -46,6 +47,10 @@ void RemoteBackend::SetTimeout(int Ms) {
 }
 
 bool RemoteBackend::Connect(std::string& Error) {
+    if (IsAborted()) {
+        Error = AbortedText;
+        return false;
+    }
     std::string Why;
     rsp::Socket S = rsp::Socket::ConnectTcp(m_Host, m_Port, m_TimeoutMs, Why);
     if (!S.IsOpen()) {
@@ -56,8 +61,22 @@ bool RemoteBackend::Connect(std::string& Error) {
     return Attach(std::move(S), Error);
 }
 
+void RemoteBackend::Abort() {
+    std::lock_guard<std::mutex> Lock(m_AbortMutex);
+    m_Aborted = true;
+    if (m_Client) {
+        m_Client->Kill(AbortedText);
+    }
+}
+
 bool RemoteBackend::Attach(rsp::Socket S, std::string& Error) {
-    m_Client = std::make_unique<rsp::GdbClient>(std::move(S));
+    {
+        std::lock_guard<std::mutex> Lock(m_AbortMutex);
+        m_Client = std::make_unique<rsp::GdbClient>(std::move(S));
+        if (m_Aborted.load()) {
+            m_Client->Kill(AbortedText);
+        }
+    }
     m_Client->SetTimeout(m_TimeoutMs);
     ConfigureClient(*m_Client);
     m_Client->SetConsoleHandler([Sink = m_Sink](std::string_view Text) {
@@ -100,6 +119,11 @@ bool RemoteBackend::Attach(rsp::Socket S, std::string& Error) {
         Error = "The target description has no pc or sp register: not an ARM target";
         return false;
     }
+    m_MProfile = m_Description.Find("xpsr") != nullptr;
+    for (const rsp::RegisterInfo& R : m_Description.Registers()) {
+        m_MProfile = m_MProfile || R.Feature == "org.gnu.gdb.arm.m-profile";
+    }
+    m_AtReset = false;
     return true;
 }
 
@@ -117,6 +141,7 @@ void RemoteBackend::Disconnect() {
     }
     m_CodeBreakpoints.clear();
     m_Watchpoints.clear();
+    std::lock_guard<std::mutex> Lock(m_AbortMutex);
     m_Client.reset();
 }
 
@@ -259,6 +284,7 @@ bool RemoteBackend::Go(bool StepOverBreakpoint) {
     if (!IsConnected()) {
         return false;
     }
+    m_AtReset = false;
     if (!m_Halted) {
         return true;
     }
@@ -287,6 +313,7 @@ bool RemoteBackend::Step() {
     if (!IsConnected() || !m_Halted) {
         return false;
     }
+    m_AtReset = false;
     if (m_LastStopWasWatch) {
         return StepOverWatchpoints();
     }
@@ -305,6 +332,8 @@ bool RemoteBackend::Reset() {
     const bool Ok = ResetTarget();
     InvalidateRegisters();
     m_LastStopWasWatch = false;
+    // A reset of a board whose memory is still empty loads a T bit of 0 from its reset vector.
+    m_AtReset = Ok && KeepThumbState();
     return Ok && IsConnected();
 }
 

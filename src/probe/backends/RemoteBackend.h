@@ -11,6 +11,7 @@
 #include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <tuple>
 #include <vector>
@@ -30,6 +31,7 @@ public:
     ~RemoteBackend() override;
 
     bool Connect(std::string& Error) override;
+    void Abort() override;
     void Disconnect() override;
     bool IsConnected() const override;
     std::string LostReason() const override;
@@ -66,6 +68,8 @@ protected:
     /// Negotiates, reads the target description and the halt state over an open socket.
     bool Attach(rsp::Socket S, std::string& Error);
     rsp::GdbClient* Client() const { return m_Client.get(); }
+    /// Whether Abort was called since this back end was made.
+    bool IsAborted() const { return m_Aborted.load(); }
     bool IsHaltedNow() const { return m_Halted; }
     const TextSink& Sink() const { return m_Sink; }
 
@@ -95,10 +99,18 @@ protected:
     /// to step over) stays as it was.
     bool StepInjected();
 
+    /// Cortex-M cores run Thumb code only: sets the T bit of the xPSR where it is clear. False when the
+    /// connection broke.
+    bool KeepThumbState();
+
     /// Stops a running target for an access; Resume tells whether to resume it afterwards (it is
     /// false when the target stopped on its own in the meantime).
     bool PauseForAccess(bool& Resume);
     void ResumeAfterAccess(bool Resume);
+
+    /// The target stands as the last reset left it: it hasn't run and no register was written since.
+    /// Code that puts registers back as they were keeps it.
+    bool m_AtReset = false;
 
 private:
     bool ReadRaw(const rsp::RegisterInfo& Info, std::vector<U8>& Bytes);
@@ -106,15 +118,22 @@ private:
     void OnStop(const std::string& Reply);
     bool StepOverWatchpoints();
     bool LoadMemoryMap();
+    /// Programs the flash blocks collected since BeginDownload: 0 or a negative download code.
+    int ProgramFlash();
+    /// Takes SP, PC and the T bit from the vector table as a reset would.
+    void ReloadResetVectors();
 
     std::string m_Host;
     uint16_t m_Port;
     TextSink m_Sink;
     int m_TimeoutMs = 3000;
-    std::unique_ptr<rsp::GdbClient> m_Client;
+    std::unique_ptr<rsp::GdbClient> m_Client; // replaced under m_AbortMutex, which Abort takes
+    std::mutex m_AbortMutex;
+    std::atomic<bool> m_Aborted{false};
     rsp::TargetDescription m_Description;
     RegisterMap m_Map;
     bool m_Halted = false;
+    bool m_MProfile = false; // the description's core is a Cortex-M
     bool m_LastStopWasWatch = false;
     std::atomic<bool> m_LostReported{false};
     std::vector<U8> m_G;

@@ -102,6 +102,39 @@ void RemoteBackend::BeginDownload() {
 }
 
 int RemoteBackend::EndDownload() {
+    const int Result = ProgramFlash();
+    if (Result == 0 && m_AtReset && m_MProfile && IsConnected()) {
+        ReloadResetVectors();
+    }
+    return Result;
+}
+
+// A reset taken before the download (as a session makes it) loaded SP, PC and the T bit from the
+// vector table that memory held then, empty on a board whose code lives in RAM. Taking them again
+// from the downloaded table gives the state a reset gives now, without another reset: the reset of
+// some servers loads an image of their own over the download.
+void RemoteBackend::ReloadResetVectors() {
+    const U32 Vtor = 0xE000ED08;
+    rsp::GdbClient& C = *Client();
+    U8 Bytes[8] = {};
+    size_t Got = 0;
+    U32 Table = 0;
+    // Cores without a VTOR (ARMv6-M) take the table at 0.
+    if (C.ReadMemory(Vtor, 4, Bytes, Got) == rsp::Status::Ok && Got == 4) {
+        Table = (Bytes[0] | Bytes[1] << 8 | Bytes[2] << 16 | static_cast<U32>(Bytes[3]) << 24) & ~0x7Fu;
+    }
+    if (C.ReadMemory(Table, 8, Bytes, Got) != rsp::Status::Ok || Got != 8) {
+        return;
+    }
+    const U32 Sp = Bytes[0] | Bytes[1] << 8 | Bytes[2] << 16 | static_cast<U32>(Bytes[3]) << 24;
+    const U32 Pc = Bytes[4] | Bytes[5] << 8 | Bytes[6] << 16 | static_cast<U32>(Bytes[7]) << 24;
+    if (WriteRegister(TARVO_REG_SP, Sp)) {
+        WriteRegister(TARVO_REG_PC, Pc);
+    }
+    m_AtReset = true;
+}
+
+int RemoteBackend::ProgramFlash() {
     m_Downloading = false;
     if (m_FlashBlocks.empty()) {
         return 0;

@@ -9,6 +9,8 @@ namespace tarvo {
 
 namespace {
 
+constexpr U8 ThumbBitOfByte3 = 1; // bit 24 of the xPSR
+
 U64 LittleEndian(const U8* Bytes, size_t Size) {
     U64 V = 0;
     for (size_t i = 0; i < Size && i < 8; ++i) {
@@ -132,6 +134,13 @@ bool RemoteBackend::WriteRegister(U32 Index, U64 Value) {
     if (!IsConnected() || !m_Halted) {
         return false;
     }
+    m_AtReset = false;
+    // Bit 0 of a Thumb address selects the instruction set, as a branch takes it; the PC holds the
+    // address alone, and the state goes to the T bit, which is all a Cortex-M knows.
+    const bool Pc = Index == TARVO_REG_PC && m_MProfile;
+    if (Pc) {
+        Value &= ~1ull;
+    }
     const RegisterSlot& Slot = m_Map.Slot(Index);
     bool Ok = false;
     if (Slot.How == RegisterSlot::Kind::Missing) {
@@ -152,6 +161,24 @@ bool RemoteBackend::WriteRegister(U32 Index, U64 Value) {
         Ok = WriteRaw(*Slot.Info, Bytes);
     }
     // One register may show in others (sp in msp or psp): read everything anew.
+    InvalidateRegisters();
+    return Ok && (!Pc || KeepThumbState());
+}
+
+bool RemoteBackend::KeepThumbState() {
+    const RegisterSlot& Slot = m_Map.Slot(TARVO_REG_XPSR);
+    if (!m_MProfile || Slot.How != RegisterSlot::Kind::Whole) {
+        return IsConnected();
+    }
+    std::vector<U8> Bytes;
+    if (!ReadRaw(*Slot.Info, Bytes) || Bytes.size() < 4) {
+        return IsConnected();
+    }
+    if (Bytes[3] & ThumbBitOfByte3) {
+        return true;
+    }
+    Bytes[3] |= ThumbBitOfByte3;
+    const bool Ok = WriteRaw(*Slot.Info, Bytes);
     InvalidateRegisters();
     return Ok;
 }

@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <chrono>
@@ -92,7 +93,15 @@ Status ClientBase::Lose(Status S, const std::string& Reason) {
 
 bool ClientBase::WriteRaw(const char* Bytes, size_t Size) {
     std::lock_guard<std::mutex> Lock(m_WriteMutex);
-    return m_Socket.WriteAll(Bytes, Size);
+    return m_Socket.WriteAll(Bytes, Size, m_TimeoutMs);
+}
+
+Status ClientBase::WriteLost() {
+    // A server that floods us and reads nothing fills its receive buffer: our writes stop.
+    return Lose(Status::ConnectionLost,
+                m_Socket.WriteTimedOut()
+                    ? "the GDB server took no data within " + std::to_string(m_TimeoutMs) + " ms"
+                    : std::string("connection closed by the GDB server"));
 }
 
 bool ClientBase::IsConsolePacket(std::string_view Body) const {
@@ -118,13 +127,13 @@ void ClientBase::EmitConsole(std::string_view HexText, std::string* Collect) {
 }
 
 // Reads the next packet, answering it with '+' and asking for a resend of a damaged one. Acks from the
-// server are consumed here; a '-' makes us send our last packet again.
-// Reads the next packet, answering it with '+' and asking for a resend of a damaged one. Acks from the
-// server are consumed here; a '-' makes us send our last packet again. Each read waits up to TimeoutMs
-// (so the socket's receive time-out rarely changes); the whole read ends at the deadline.
-Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetransmit) {
-    const int64_t Deadline = TimeoutMs < 0 ? -1 : NowMs() + TimeoutMs;
+// server are consumed here; a '-' makes us send our last packet again. Deadline is a time of NowMs(), -1
+// for none: bytes that keep arriving without forming a packet (a serial port, line noise) don't extend
+// it. A packet that has arrived is taken even when the deadline has passed; after it, one more look at
+// what has come in, then Timeout.
+Status ClientBase::ReadPacket(std::string& Body, int64_t Deadline, bool AllowRetransmit) {
     int Retries = 0;
+    bool LookedLate = false;
     char Buffer[16384];
     for (;;) {
         PacketDecoder::Event E;
@@ -135,7 +144,7 @@ Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetran
                     if (m_LazyAcks) {
                         m_AckPending = true;
                     } else if (!WriteRaw("+", 1)) {
-                        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+                        return WriteLost();
                     }
                 }
                 Body = std::move(E.Body);
@@ -145,7 +154,7 @@ Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetran
                     return Lose(Status::Protocol, "malformed packet from the GDB server: " + E.Error);
                 }
                 if (!WriteRaw("-", 1)) {
-                    return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+                    return WriteLost();
                 }
                 break;
             case PacketDecoder::EventKind::Nak:
@@ -154,7 +163,7 @@ Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetran
                         return Lose(Status::Protocol, "the GDB server refused our packet repeatedly");
                     }
                     if (!WriteRaw(m_Out.data() + m_LastStart, m_LastSize)) {
-                        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+                        return WriteLost();
                     }
                 }
                 break;
@@ -166,6 +175,17 @@ Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetran
         if (m_Dead.load()) {
             return Status::ConnectionLost;
         }
+        int Wait = -1;
+        if (Deadline >= 0) {
+            const int64_t Left = Deadline - NowMs();
+            if (Left <= 0) {
+                if (LookedLate) {
+                    return Status::Timeout;
+                }
+                LookedLate = true;
+            }
+            Wait = static_cast<int>(std::max<int64_t>(0, Left));
+        }
         // Between packets, wake only for as much as the shortest reply ("$#00"): the server's '+'
         // alone is no reason to wake and read again. Inside a packet any byte may be the last. A
         // server that may answer with a lone '-' must wake us at once, unless it never sends one: in
@@ -174,12 +194,12 @@ Status ClientBase::ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetran
         const bool LoneByteMatters = !m_NoAck && !m_LazyAcks;
         m_Socket.SetMinimumRead(m_Decoder.InPacket() || LoneByteMatters ? 1 : 4);
         size_t Got = 0;
-        switch (m_Socket.ReadSome(Buffer, sizeof Buffer, Got, TimeoutMs)) {
+        switch (m_Socket.ReadSome(Buffer, sizeof Buffer, Got, Wait)) {
         case Socket::ReadResult::Data:
             m_Decoder.Feed(Buffer, Got);
             break;
         case Socket::ReadResult::Timeout:
-            if (TimeoutMs == 0 || (Deadline >= 0 && NowMs() >= Deadline)) {
+            if (Wait == 0) {
                 return Status::Timeout;
             }
             break;
@@ -211,28 +231,37 @@ Status ClientBase::Exchange(std::string_view Body, std::string& Reply, std::stri
     }
     Frame(Body);
     if (!WriteRaw(m_Out.data(), m_Out.size())) {
-        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+        return WriteLost();
     }
+    // One deadline for the whole request: console output and stop reports before the answer don't
+    // extend it, so a server that floods us with them can't hold a caller.
     const int Limit = TimeoutMs < 0 ? m_TimeoutMs : TimeoutMs;
+    const int64_t Deadline = NowMs() + Limit;
+    const auto TimedOut = [&]() {
+        return Lose(Status::Timeout, "no answer from the GDB server within " + std::to_string(Limit) + " ms");
+    };
     for (;;) {
-        const Status S = ReadPacket(Reply, Limit, true);
+        const Status S = ReadPacket(Reply, Deadline, true);
         if (S == Status::Timeout) {
-            return Lose(Status::Timeout,
-                        "no answer from the GDB server within " + std::to_string(Limit) + " ms");
+            return TimedOut();
         }
         if (S != Status::Ok) {
             return S;
         }
-        if (Console && IsConsolePacket(Reply)) {
+        const bool IsConsole = Console && IsConsolePacket(Reply);
+        if (IsConsole) {
             EmitConsole(std::string_view(Reply).substr(1), Console);
-            continue;
         }
         // A server whose target ran when the connection came (QEMU) stops it and reports the stop on
-        // its own, ahead of the answer: no query is answered with a stop, so the answer comes next.
-        if (Body.size() > 0 && Body[0] == 'q' && IsStopReport(Reply)) {
-            continue;
+        // its own, ahead of the answer. Only "?" is answered with a stop report (a resume waits in
+        // WaitStop): for any other request the answer comes next.
+        const bool StrayStop = Body != "?" && IsStopReport(Reply);
+        if (!IsConsole && !StrayStop) {
+            return Status::Ok;
         }
-        return Status::Ok;
+        if (NowMs() >= Deadline) {
+            return TimedOut();
+        }
     }
 }
 
@@ -261,9 +290,7 @@ Status ClientBase::Send(std::string_view Body) {
     }
     Frame(Body);
     m_LastSize = 0;
-    return WriteRaw(m_Out.data(), m_Out.size())
-               ? Status::Ok
-               : Lose(Status::ConnectionLost, "connection closed by the GDB server");
+    return WriteRaw(m_Out.data(), m_Out.size()) ? Status::Ok : WriteLost();
 }
 
 Status ClientBase::Resume(std::string_view Body) {
@@ -276,8 +303,8 @@ Status ClientBase::Resume(std::string_view Body) {
     }
     Frame(Body);
     std::lock_guard<std::mutex> WriteLock(m_WriteMutex);
-    if (!m_Socket.WriteAll(m_Out.data(), m_Out.size())) {
-        return Lose(Status::ConnectionLost, "connection closed by the GDB server");
+    if (!m_Socket.WriteAll(m_Out.data(), m_Out.size(), m_TimeoutMs)) {
+        return WriteLost();
     }
     m_Running = true;
     return Status::Ok;
@@ -296,22 +323,23 @@ Status ClientBase::WaitStop(std::string& Stop, int TimeoutMs) {
     const int64_t Deadline = NowMs() + std::max(0, TimeoutMs);
     for (;;) {
         std::string Body;
-        const Status S = ReadPacket(Body, static_cast<int>(std::max<int64_t>(0, Deadline - NowMs())), true);
+        const Status S = ReadPacket(Body, Deadline, true);
         if (S != Status::Ok) {
             return S; // a time-out here only means the target still runs
         }
         if (IsConsolePacket(Body)) {
             EmitConsole(std::string_view(Body).substr(1), nullptr);
-            continue;
-        }
-        if (IsStopReply(Body)) {
+        } else if (IsStopReply(Body)) {
             std::lock_guard<std::mutex> WriteLock(m_WriteMutex);
             m_Running = false;
             Stop = std::move(Body);
             return Status::Ok;
         }
         // Anything else while running (an "OK" to the resume of some servers, a file-I/O request) is
-        // not a stop: keep waiting.
+        // not a stop: keep waiting, but no longer than asked.
+        if (NowMs() >= Deadline) {
+            return Status::Timeout;
+        }
     }
 }
 
@@ -320,7 +348,7 @@ bool ClientBase::SendInterrupt() {
     if (!m_Running.load() || m_Dead.load()) {
         return false;
     }
-    return m_Socket.WriteAll("\x03", 1);
+    return m_Socket.WriteAll("\x03", 1, m_TimeoutMs);
 }
 
 Status ClientBase::Interrupt(std::string& Stop, int TimeoutMs) {

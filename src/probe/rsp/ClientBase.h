@@ -8,6 +8,7 @@
 #include "probe/rsp/Socket.h"
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -82,8 +83,10 @@ public:
 
 private:
     Status Exchange(std::string_view Body, std::string& Reply, std::string* Console, int TimeoutMs);
-    Status ReadPacket(std::string& Body, int TimeoutMs, bool AllowRetransmit);
+    Status ReadPacket(std::string& Body, int64_t Deadline, bool AllowRetransmit);
     bool WriteRaw(const char* Bytes, size_t Size);
+    /// The end of a connection whose write failed, with the reason.
+    Status WriteLost();
     void Frame(std::string_view Body);
     Status Lose(Status S, const std::string& Reason);
     bool IsConsolePacket(std::string_view Body) const;

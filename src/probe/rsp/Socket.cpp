@@ -88,16 +88,24 @@ Socket Socket::ConnectTcp(const std::string& Host, uint16_t Port, int TimeoutMs,
     return Result;
 }
 
-bool Socket::WriteAll(const char* Data, size_t Size) {
+bool Socket::WriteAll(const char* Data, size_t Size, int TimeoutMs) {
+    m_WriteTimedOut = false;
     while (Size > 0) {
-        const ssize_t N = send(m_Fd, Data, Size, MSG_NOSIGNAL);
+        const ssize_t N = send(m_Fd, Data, Size, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (N < 0) {
             if (errno == EINTR) {
                 continue;
             }
-            if (errno == EAGAIN) {
+            if (errno == EAGAIN || errno == EWOULDBLOCK) {
                 pollfd P{m_Fd, POLLOUT, 0};
-                poll(&P, 1, 1000);
+                int Ready;
+                do {
+                    Ready = poll(&P, 1, TimeoutMs);
+                } while (Ready < 0 && errno == EINTR);
+                if (Ready <= 0) {
+                    m_WriteTimedOut = Ready == 0;
+                    return false;
+                }
                 continue;
             }
             return false;
@@ -114,9 +122,14 @@ Socket::ReadResult Socket::ReadSome(char* Buffer, size_t Capacity, size_t& Got, 
         return ReadResult::Closed;
     }
     int Flags = 0;
+    // A wait that ends at a deadline shrinks from read to read; setting the receive time-out for each
+    // would cost a system call per read. The one in force is kept while it ends the read no later than
+    // a little after the wait and no sooner than half of it (the caller then reads again).
+    const bool Keep = m_ReceiveTimeout > 0 && TimeoutMs > 0 && m_ReceiveTimeout <= TimeoutMs + ReadSlackMs &&
+                      m_ReceiveTimeout >= TimeoutMs / 2;
     if (TimeoutMs == 0) {
         Flags = MSG_DONTWAIT;
-    } else if (TimeoutMs != m_ReceiveTimeout) {
+    } else if (TimeoutMs != m_ReceiveTimeout && !Keep) {
         timeval T{};
         if (TimeoutMs > 0) {
             T.tv_sec = TimeoutMs / 1000;

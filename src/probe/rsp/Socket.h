@@ -28,12 +28,18 @@ public:
     bool IsOpen() const { return m_Fd >= 0; }
     int Fd() const { return m_Fd; }
 
-    /// Writes all bytes; false when the peer has gone.
-    bool WriteAll(const char* Data, size_t Size);
+    /// Writes all bytes; false when the peer has gone, or when it took none for TimeoutMs (negative:
+    /// no limit): a peer that floods us and never reads would otherwise hold the writer for good.
+    bool WriteAll(const char* Data, size_t Size, int TimeoutMs = -1);
+    /// Whether the last WriteAll failed for its time-out rather than a closed connection.
+    bool WriteTimedOut() const { return m_WriteTimedOut; }
 
     enum class ReadResult { Data, Timeout, Closed };
+    /// How much later than asked a read may give up.
+    static constexpr int ReadSlackMs = 20;
     /// Waits up to TimeoutMs (0 only looks, negative waits without limit) and reads what has arrived.
-    /// A blocking read with a receive time-out: one system call per read on the fast path.
+    /// A blocking read with a receive time-out: one system call per read on the fast path. A Timeout
+    /// may come up to ReadSlackMs late, or early (after half the wait): callers with a deadline loop.
     ReadResult ReadSome(char* Buffer, size_t Capacity, size_t& Got, int TimeoutMs);
 
     /// The fewest bytes a blocking read waits for (SO_RCVLOWAT); set only when it changes.
@@ -47,6 +53,7 @@ private:
     int m_Fd = -1;
     int m_ReceiveTimeout = -2; // the SO_RCVTIMEO now set, -2 unknown
     int m_MinimumRead = 1;
+    bool m_WriteTimedOut = false;
 };
 
 /// Sets TCP_NODELAY on a TCP socket (a no-op on other sockets).

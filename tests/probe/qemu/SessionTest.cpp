@@ -53,6 +53,36 @@ TEST_F(Session, ResetStartsAtTheVectorTable) {
     EXPECT_EQ(Background(), 1) << "memory can be read while the board runs";
 }
 
+// A session resets before it downloads: the reset finds the board's memory empty and loads PC and the
+// T bit from it. The program must start where its own vector table says, in Thumb state, and run.
+TEST_F(Session, AProgramDownloadedAfterTheResetStartsInThumbState) {
+    constexpr U64 T = 0x01000000;
+    Start("MPS2-AN385", "");
+    ASSERT_EQ(TARVOARM_Reset(), 0);
+    EXPECT_EQ(Reg(TARVO_REG_XPSR) & T, T) << "a reset from empty memory";
+    std::string Error;
+    ASSERT_TRUE(Elf.Load(FirmwarePath("calls", "O0-dwarf4"), Error)) << Error;
+    ASSERT_EQ(TARVOARM_BeginDownload(0), 0);
+    for (const Segment& S : Elf.Segments()) {
+        ASSERT_EQ(TARVOARM_WriteMemEx(S.Address, static_cast<U32>(S.Bytes.size()), S.Bytes.data(), 0),
+                  static_cast<int>(S.Bytes.size()));
+    }
+    ASSERT_EQ(TARVOARM_EndDownload(), 0);
+    EXPECT_EQ(Reg(TARVO_REG_PC), Elf.Symbol("Reset_Handler"));
+    EXPECT_EQ(Reg(TARVO_REG_SP), Elf.Symbol("_stack_top"));
+    EXPECT_EQ(Reg(TARVO_REG_XPSR) & T, T);
+    // As a project's handler sets it: the address from the vector, Thumb bit included.
+    ASSERT_EQ(TARVOARM_WriteReg(TARVO_REG_XPSR, 0), 0);
+    ASSERT_EQ(TARVOARM_WriteReg(TARVO_REG_PC, Elf.Symbol("Reset_Handler") | 1), 0);
+    EXPECT_EQ(Reg(TARVO_REG_PC), Elf.Symbol("Reset_Handler"));
+    EXPECT_EQ(Reg(TARVO_REG_XPSR) & T, T);
+    TARVOARM_GoEx(0, 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_EQ(TARVOARM_Halt(), 0);
+    EXPECT_GT(Word(Elf.Symbol("g_Iterations")), 0u) << "the program ran";
+    EXPECT_NE(Reg(TARVO_REG_XPSR) & 0x1FF, 3u) << "not in the HardFault handler";
+}
+
 TEST_F(Session, HaltsStepsAndContinues) {
     Start("MPS2-AN385", "calls");
     RunTo("Level3");

@@ -128,6 +128,21 @@ bool CMainWindow::LoadProgramFile(const QString& Path) {
         connect(Worker, &TFile::CFileWorker::ProgressChanged, m_StatusBar,
                 [this](qint64 Done) { m_StatusBar->SetProgressValue(static_cast<int>(Done)); });
         connect(Worker, &TFile::CFileWorker::ProgressEnded, m_StatusBar, &CStatusBar::EndProgress);
+        // The debug information reader reports from the loader's thread: queued, so the bar moves here
+        // while the event loop below keeps the window answering.
+        connect(
+            m_ProgramLoader, &CProgramLoader::DebugInfoProgress, m_StatusBar,
+            [this](int Percent) {
+                if (Percent == 0) {
+                    m_StatusBar->SetProgressMessage(QStringLiteral("Reading Debug Information..."));
+                    m_StatusBar->StartProgress(0, 100);
+                }
+                m_StatusBar->SetProgressValue(Percent);
+                if (Percent == 100) {
+                    m_StatusBar->EndProgress();
+                }
+            },
+            Qt::QueuedConnection);
     }
     if (m_ProgramLoader->IsRunning()) {
         LogErrorMsg(QStringLiteral("File.Open: another program file is being opened"));

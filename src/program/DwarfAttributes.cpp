@@ -240,6 +240,10 @@ bool ReadEntryAttributes(SESSION* S, const WALK_CONTEXT& C, UNIT& Unit, Dwarf_Di
         case DW_AT_type:
             E.Type = RefKey(S, C, Unit, A, Form, Errors);
             break;
+        case DW_AT_signature:
+            E.Type = RefKey(S, C, Unit, A, Form, Errors);
+            E.Flags |= EF_SIGNATURE;
+            break;
         case DW_AT_extension:
             E.Extension = RefKey(S, C, Unit, A, Form, Errors);
             break;

@@ -164,6 +164,22 @@ Dwarf_Die OpenDie(DEBUG_INFO* Info, U32 Key) {
     return D;
 }
 
+U32 TypeKey(DEBUG_INFO* Info, const ENTRY* E) {
+    U32 Key = NO_KEY;
+    for (int Depth = 0; E && Depth < 5 && Key == NO_KEY; ++Depth) {
+        Key = E->Type;
+        const U32 Next = E->Origin != NO_KEY ? E->Origin : E->Spec;
+        if (Next == E->Key) {
+            break;
+        }
+        if (Key == NO_KEY) {
+            E = Entry(Info, Next);
+        }
+    }
+    const ENTRY* T = Entry(Info, Key);
+    return T && (T->Flags & EF_SIGNATURE) && T->Type != Key ? T->Type : Key;
+}
+
 const ENTRY* Entry(DEBUG_INFO* Info, U32 Key) {
     if (!Info || Key == NO_KEY) {
         return nullptr;

@@ -35,6 +35,7 @@ enum ENTRY_FLAGS : U16 {
     EF_TYPES = 0x0080, ///< lies in ".debug_types"
     EF_LOCATION = 0x0100,
     EF_RANGES_READ = 0x0200,
+    EF_SIGNATURE = 0x0400, ///< a type unit's skeleton: Type is the type unit's type
 };
 
 /// What the reader keeps of one entry. Names point into the file image or into the file's string arena.
@@ -248,6 +249,9 @@ DEBUG_INFO* Decode(ELF_SYM_HANDLE Handle, U32& Key);
 ELF_SYM_HANDLE HandleOf(const DEBUG_INFO* Info, U32 Key);
 /// The entry of a key: kept, or read on demand and kept from then on; null if there is none.
 const ENTRY* Entry(DEBUG_INFO* Info, U32 Key);
+/// An entry's DW_AT_type, inherited from its abstract origin or specification (concrete instances of
+/// functions and their parameters carry only the link); a type unit's skeleton gives way to the type.
+U32 TypeKey(DEBUG_INFO* Info, const ENTRY* E);
 /// The library's entry at a key (to be freed with dwarf_dealloc_die), or null.
 Dwarf_Die OpenDie(DEBUG_INFO* Info, U32 Key);
 /// Section offset and section flag of a key.

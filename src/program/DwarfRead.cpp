@@ -117,8 +117,9 @@ void ReadUnits(DEBUG_INFO* Info, const std::vector<UNIT_HEADER>& Headers, std::v
         for (size_t i; (i = NextUnit.fetch_add(1)) < Headers.size();) {
             ReadUnit(S, Context, Headers[i], static_cast<U32>(i), Results[i]);
             const U64 Done = BytesDone += Headers[i].End - Headers[i].HeaderOffset;
-            if (Reports && Settings().Progress) {
-                Settings().Progress(Done, Total, Settings().ProgressUser);
+            // The whole only once the merge, frames and name index are done too.
+            if (Reports && Settings().Progress && Total) {
+                Settings().Progress(std::min(Done, Total - 1), Total, Settings().ProgressUser);
             }
         }
     };
@@ -380,6 +381,10 @@ int ELF_ReadDebugInfo(ELF_FILE* File) {
             Result = -1;
         }
     }
+    const U64 ProgressTotal = static_cast<U64>(Info->InfoSize) + Info->TypesSize;
+    if (Settings().Progress && ProgressTotal) {
+        Settings().Progress(0, ProgressTotal, Settings().ProgressUser);
+    }
     if (Info->Main) {
         if (Info->InfoSize == 0) {
             Report(Info, ReaderError(ELF_LIBERR_NO_DEBUG_INFO, QString(), ELF_SEVERITY_NOTE));
@@ -403,6 +408,9 @@ int ELF_ReadDebugInfo(ELF_FILE* File) {
         FrameMs = Step.restart();
         BuildNameIndex(Info);
         IndexMs = Step.elapsed();
+    }
+    if (Settings().Progress && ProgressTotal) {
+        Settings().Progress(ProgressTotal, ProgressTotal, Settings().ProgressUser);
     }
     const auto Line = [](const char* Format, long Value) { LogLine(QString::asprintf(Format, Value)); };
     Line("parsed type unit tree in ms:   %ld", static_cast<long>(Times.TypeTree));

@@ -245,7 +245,8 @@ U32 ELF_GetDebugEntryCount(const ELF_FILE* File);
 int ELF_ReadDebugInfo(ELF_FILE* File);
 /// Frees what ELF_ReadDebugInfo built; called by ELF_Close.
 void ELF_FreeDebugInfo(ELF_FILE* File);
-/// Progress of the reading, in bytes of debug information; any thread may be the caller's.
+/// Progress of the reading, in bytes of debug information, on the thread that reads: 0 first, Total
+/// only once the reading is complete. Not called for a file without debug information.
 typedef void (*ELF_PROGRESS_CALLBACK)(U64 Done, U64 Total, void* User);
 void ELF_SetDebugProgressCallback(ELF_PROGRESS_CALLBACK Callback, void* User);
 /// How many threads read units, each with its own consumer; 0 or 1 is one (the default).

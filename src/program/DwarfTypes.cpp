@@ -126,7 +126,7 @@ U32 GetByteSize(DEBUG_INFO* Info, U32 Key, int Depth) {
             return Size;
         }
         const ENTRY* E = Entry(Info, Cur);
-        Cur = E ? E->Type : NO_KEY;
+        Cur = E ? TypeKey(Info, E) : NO_KEY;
     }
     return 0;
 }
@@ -187,7 +187,7 @@ ELF_ARRAY_INFO ArrayInfoOf(DEBUG_INFO* Info, U32 Key, int Depth) {
     }
     R.Dimensions = std::min<U32>(R.Dimensions, 10);
     R.ElementCount = static_cast<U32>(Count);
-    R.ElementSize = GetByteSize(Info, E->Type, Depth + 1);
+    R.ElementSize = GetByteSize(Info, TypeKey(Info, E), Depth + 1);
     R.ByteSize = static_cast<U32>(std::min<U64>(Count * R.ElementSize, 0xFFFFFFFFull));
     return R;
 }
@@ -248,7 +248,7 @@ std::string BuildTypeName(DEBUG_INFO* Info, U32 Key, int Depth) {
         if (!E) {
             break;
         }
-        const U32 Next = E->Type;
+        const U32 Next = TypeKey(Info, E);
         bool End = false;
         switch (E->Tag) {
         case DW_TAG_array_type: {
@@ -375,7 +375,7 @@ ELF_SYM_HANDLE ELF_GetSymType(ELF_SYM_HANDLE Handle, bool ResolveTypedefs) {
         return 0;
     }
     if (!ResolveTypedefs) {
-        return HandleOf(Info, E->Type);
+        return HandleOf(Info, TypeKey(Info, E));
     }
     const auto Complete = [Info](U32 K) {
         const U32 Def = DefinitionOf(Info, K);
@@ -384,7 +384,7 @@ ELF_SYM_HANDLE ELF_GetSymType(ELF_SYM_HANDLE Handle, bool ResolveTypedefs) {
     if (IsResolvedTag(E->Tag) && E->Tag != DW_TAG_subprogram) {
         return Complete(Key);
     }
-    U32 Cur = E->Type;
+    U32 Cur = TypeKey(Info, E);
     for (int Step = 0; Step < TYPE_STEPS && Cur != NO_KEY; ++Step) {
         const ENTRY* T = Entry(Info, Cur);
         if (!T) {
@@ -393,7 +393,7 @@ ELF_SYM_HANDLE ELF_GetSymType(ELF_SYM_HANDLE Handle, bool ResolveTypedefs) {
         if (IsResolvedTag(T->Tag)) {
             return Complete(Cur);
         }
-        Cur = T->Type;
+        Cur = TypeKey(Info, T);
     }
     return 0;
 }
@@ -453,7 +453,7 @@ bool ELF_IsSymSigned(ELF_SYM_HANDLE Handle) {
             return Encoding == DW_ATE_signed || Encoding == DW_ATE_signed_char ||
                    Encoding == DW_ATE_signed_fixed;
         }
-        Cur = E->Type;
+        Cur = TypeKey(Info, E);
     }
     return false;
 }

@@ -1,6 +1,7 @@
 #include "program/ElfWrapper.h"
 
 #include "app/core/Log.h"
+#include "program/DwarfReader.h"
 #include "program/FileKinds.h"
 #include "program/FileWorker.h"
 
@@ -150,7 +151,10 @@ bool CProgramLoader::Start(const QString& Path) {
         {
             QMutexLocker LoadLock(&ELF_GetLoadMutex());
             QMutexLocker DataLock(&ELF_GetDataMutex());
+            m_LastPercent = -1;
+            ELF_SetDebugProgressCallback(&CProgramLoader::OnDebugProgress, this);
             Result = ELF_Load(Path);
+            ELF_SetDebugProgressCallback(nullptr, nullptr);
         }
         m_Done = true;
         // The report is given on the owner's thread, so that any connection to it is safe.
@@ -160,6 +164,16 @@ bool CProgramLoader::Start(const QString& Path) {
     m_Thread->setObjectName(QStringLiteral("ProgramLoader"));
     m_Thread->start();
     return true;
+}
+
+void CProgramLoader::OnDebugProgress(U64 Done, U64 Total, void* User) {
+    auto* Self = static_cast<CProgramLoader*>(User);
+    const int Percent = Total ? static_cast<int>(std::min<U64>(Done, Total) * 100 / Total) : 100;
+    // One report per percent: a large program has tens of thousands of units.
+    if (Percent != Self->m_LastPercent) {
+        Self->m_LastPercent = Percent;
+        emit Self->DebugInfoProgress(Percent);
+    }
 }
 
 bool CProgramLoader::IsRunning() const {

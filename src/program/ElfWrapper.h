@@ -56,9 +56,16 @@ public:
 signals:
     /// Path as given to Start, and ELF_Load's result.
     void Finished(QString Path, int Result);
+    /// Reading of the debug information, in percent: emitted on the worker thread whenever the figure
+    /// changes, ending with 100 once the reader is done. Connect it queued.
+    void DebugInfoProgress(int Percent);
 
 private:
+    static void OnDebugProgress(U64 Done, U64 Total, void* User);
+
     QThread* m_Thread = nullptr;
+    /// Last percentage emitted in this load; worker thread only.
+    int m_LastPercent = -1;
     /// Set by the thread once its report is on its way; the thread may still be winding down.
     std::atomic<bool> m_Done{true};
 };

@@ -13,6 +13,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <vector>
+
 namespace {
 
 class Loader : public ::testing::Test {
@@ -136,6 +139,49 @@ TEST_F(Loader, TheWorkerWaitsForTheDataMutexAndReports) {
     ASSERT_TRUE(Finished.wait(10000));
     EXPECT_EQ(Finished[1][1].toInt(), -1);
     EXPECT_FALSE(ELF_IsLoaded());
+}
+
+// The debug information is read on the worker; its progress reaches the owner's thread in order, from 0
+// to 100, and 100 comes only with the reading complete, before the load's report.
+TEST_F(Loader, DebugInfoProgressArrivesOnTheOwnersThreadAndEndsAtTheWhole) {
+    CProgramLoader Worker;
+    QSignalSpy Finished(&Worker, &CProgramLoader::Finished);
+    std::vector<int> Seen;
+    bool OtherThread = false;
+    bool AfterReport = false;
+    QObject Receiver;
+    QObject::connect(
+        &Worker, &CProgramLoader::DebugInfoProgress, &Receiver,
+        [&](int Percent) {
+            Seen.push_back(Percent);
+            OtherThread |= QThread::currentThread() != Receiver.thread();
+            AfterReport |= !Finished.isEmpty();
+        },
+        Qt::QueuedConnection);
+    for (const QString& Elf : Toolchain::FirmwareElfs()) {
+        SCOPED_TRACE(Elf.toStdString());
+        Seen.clear();
+        ASSERT_TRUE(Worker.Start(Elf));
+        ASSERT_TRUE(Finished.wait(10000));
+        ASSERT_EQ(Finished.takeLast()[1].toInt(), 0);
+        ASSERT_GE(Seen.size(), 2u);
+        EXPECT_EQ(Seen.front(), 0);
+        EXPECT_EQ(Seen.back(), 100);
+        EXPECT_TRUE(std::is_sorted(Seen.begin(), Seen.end()));
+        EXPECT_EQ(std::adjacent_find(Seen.begin(), Seen.end()), Seen.end()) << "one report per percent";
+        EXPECT_FALSE(OtherThread);
+        EXPECT_FALSE(AfterReport);
+    }
+    // A data file has no debug information and no such progress.
+    const QString Bin = Dir.filePath("p.bin");
+    QFile Out(Bin);
+    ASSERT_TRUE(Out.open(QIODevice::WriteOnly));
+    Out.write(QByteArray(64, '\x5A'));
+    Out.close();
+    Seen.clear();
+    ASSERT_TRUE(Worker.Start(Bin));
+    ASSERT_TRUE(Finished.wait(10000));
+    EXPECT_TRUE(Seen.empty());
 }
 
 } // namespace

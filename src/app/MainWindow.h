@@ -239,6 +239,8 @@ public:
     /// Schedules the writes of a file and the end of its download; the answer comes as a device event.
     void DownloadFile(const QString& File, const char* Zone, DOWNLOAD_MODES Mode, I64 LoadAddress = -1);
     void OnDownloadFailed(U32 Mode, int Error);
+    /// The end of a download whose link broke: the sequence stops.
+    void EndLostDownload();
     void OnDownloadDone(U32 Mode);
     void PerformInitialProgramOperation();
     /// 0 when the run to the break symbol was started, -1 without a connection or a symbol address.
@@ -326,6 +328,14 @@ private:
     /// The menu entry that stops a running script; enabled while one runs.
     void AddScriptStopAction(QMenu* Menu);
     void SetControllerBusy(bool Busy);
+    /// Whether the link to the target broke (or went) during the session: the steps that follow a
+    /// device event end there, without a word more than the loss itself.
+    bool IsLinkLost() const;
+    /// The check of a command that needs the target: false with "not connected" or "connection lost"
+    /// as the command's error.
+    bool CheckTargetLink(U32 Id);
+    /// The end of a connection that was canceled before it stood.
+    void OnDeviceConnectCanceled(U32 Mode);
     /// The address of VAR_BREAK_AT_THIS_SYMBOL in the program, into BREAK_SYMBOL_ADDR.
     void EvaluateBreakSymbol();
     /// The program's blocks for the plug-in's reads of the program image.

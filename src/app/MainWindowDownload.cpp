@@ -53,7 +53,9 @@ void CMainWindow::DownloadProgram(const QString& File, DOWNLOAD_MODES Mode, I64 
             D->SetEventSuppressed(JT_END_DOWNLOAD, true);
             ExecUserFunction(UF_TARGET_DOWNLOAD);
             D->SetEventSuppressed(JT_END_DOWNLOAD, false);
-            if (D->LastDownloadError() < 0) {
+            if (IsLinkLost()) {
+                EndLostDownload();
+            } else if (D->LastDownloadError() < 0) {
                 OnDownloadFailed(DOWNLOAD_PROGRAM, D->LastDownloadError());
             } else {
                 OnDeviceEndDownloadDone(File.toUtf8().constData(), DOWNLOAD_PROGRAM);
@@ -102,7 +104,19 @@ void CMainWindow::DownloadFile(const QString& File, const char* Zone, DOWNLOAD_M
     }
 }
 
+void CMainWindow::EndLostDownload() {
+    // The loss was told ("Target Connection Lost"); a failed download, the handlers after it and the
+    // first program operation would only fail again against the dead link.
+    m_StatusBar->SetStatusMessage(QStringLiteral("Ready"));
+    SetControllerBusy(false);
+    UpdateSessionActions();
+}
+
 void CMainWindow::OnDeviceEndDownloadDone(const char* File, DOWNLOAD_MODES Mode) {
+    if (IsLinkLost()) {
+        EndLostDownload();
+        return;
+    }
     if (File && *File) {
         m_StatusBar->SetStatusMessage(QStringLiteral("Download Complete."));
     }
@@ -111,6 +125,10 @@ void CMainWindow::OnDeviceEndDownloadDone(const char* File, DOWNLOAD_MODES Mode)
 
 void CMainWindow::OnDeviceEndDownloadFailed(const char* File, DOWNLOAD_MODES Mode, int Error) {
     Q_UNUSED(File);
+    if (IsLinkLost()) {
+        EndLostDownload();
+        return;
+    }
     OnDownloadFailed(Mode, Error);
 }
 
@@ -118,6 +136,11 @@ void CMainWindow::OnDownloadFailed(U32 Mode, int Error) {
     if (SysVars::GetVarValue(VAR_VERIFY_DOWNLOAD) != 0) {
         const QString Text = QString::fromLatin1(CDevice::DownloadErrorText(Error));
         m_StatusBar->SetStatusMessage(QStringLiteral("Download Failed."));
+        // Where the device found the difference, before the general text.
+        const QString Reason = Device()->LastErrorText();
+        if (!Reason.isEmpty()) {
+            LogErrorMsg(Reason);
+        }
         LogErrorMsg(Text);
         MessageBox::Inform(this, QMessageBox::Warning, QStringLiteral("Download failed"),
                            QStringLiteral("Parts of the program file could not be written.\n\n") + Text);

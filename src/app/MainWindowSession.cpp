@@ -46,6 +46,22 @@ void CMainWindow::SetControllerBusy(bool Busy) {
     Device()->ControllerBusy = Busy ? 1 : 0;
 }
 
+bool CMainWindow::IsLinkLost() const {
+    return !IsConnected() || Device()->ConnectionLost.load();
+}
+
+bool CMainWindow::CheckTargetLink(U32 Id) {
+    if (!IsConnected()) {
+        Commands::SetCommandError(Id, QStringLiteral("not connected"));
+        return false;
+    }
+    if (Device()->ConnectionLost.load()) {
+        Commands::SetCommandError(Id, QStringLiteral("connection lost"));
+        return false;
+    }
+    return true;
+}
+
 void CMainWindow::StartSession() {
     Device()->SessionActive = 1;
 }
@@ -168,6 +184,12 @@ void CMainWindow::OnMessageBoxTimerTimeout() {
 // The device's answers --------------------------------------------------------------------------------------
 
 void CMainWindow::OnDeviceConnectDone(CONNECT_MODES Mode) {
+    if (IsLinkLost()) {
+        // Lost (or ended) before its event came: no step of the sequence can follow.
+        SetControllerBusy(false);
+        UpdateSessionActions();
+        return;
+    }
     PrintConsole(QStringLiteral("Tarvo: connected to target device"), COLOR_LOGGING_TARVO);
     LogDebugMsg(QStringLiteral("Tarvo: connected to target device"));
     m_StatusBar->SetStatusMessage(QStringLiteral("Connected"));
@@ -210,13 +232,32 @@ void CMainWindow::OnDeviceConnectDone(CONNECT_MODES Mode) {
 void CMainWindow::OnDeviceConnectFailed(CONNECT_MODES Mode) {
     Q_UNUSED(Mode);
     m_StatusBar->SetStatusMessage(QStringLiteral("Tarvo: error connecting to device"));
+    // The device's reason is a warning of the log file; the Console shows it with the failure.
+    const QString Reason = Device()->LastErrorText();
+    if (!Reason.isEmpty()) {
+        LogErrorMsg(Reason);
+    }
     LogErrorMsg(QStringLiteral("Connection failed"));
+    SetControllerBusy(false);
+    UpdateSessionActions();
+}
+
+void CMainWindow::OnDeviceConnectCanceled(U32 Mode) {
+    Q_UNUSED(Mode);
+    m_StatusBar->SetStatusMessage(QStringLiteral("Ready"));
+    LogInfoMsg(QStringLiteral("Connection aborted"));
     SetControllerBusy(false);
     UpdateSessionActions();
 }
 
 void CMainWindow::OnDeviceResetDone(U32 PC, RESET_MODES Mode) {
     Q_UNUSED(PC);
+    if (IsLinkLost() && Mode != RM_EXEC_STATE) {
+        // No handler and no download against a dead link.
+        SetControllerBusy(false);
+        UpdateSessionActions();
+        return;
+    }
     const CORE_PLUGIN_API& Api = CorePluginLoader::GetApi();
     const auto AfterReset = [this, &Api]() {
         if (TScript::HasUserFunction(UF_AFTER_TARGET_RESET)) {
@@ -392,6 +433,11 @@ void CMainWindow::OnActionDebugDisconnectTriggered() {
     if (!Commands::CheckCommandArgCount(CMD_DEBUG_DISCONNECT)) {
         return;
     }
+    // A connection under way (to a server that doesn't answer, say) is given up.
+    if (!IsConnected() && Device()->CancelConnect()) {
+        OnDeviceConnectCanceled(static_cast<U32>(SysVars::GetVarValue(VAR_CONNECT_MODE)));
+        return;
+    }
     if (!IsConnected()) {
         Commands::SetCommandError(CMD_DEBUG_DISCONNECT, QStringLiteral("not connected"));
         return;
@@ -403,6 +449,10 @@ void CMainWindow::OnActionDebugStopTriggered() {
     if (!Commands::CheckCommandArgCount(CMD_DEBUG_STOP)) {
         return;
     }
+    if (!IsConnected() && Device()->CancelConnect()) {
+        OnDeviceConnectCanceled(static_cast<U32>(SysVars::GetVarValue(VAR_CONNECT_MODE)));
+        return;
+    }
     if (!IsConnected()) {
         Commands::SetCommandError(CMD_DEBUG_STOP, QStringLiteral("not connected"));
         return;
@@ -411,22 +461,14 @@ void CMainWindow::OnActionDebugStopTriggered() {
 }
 
 void CMainWindow::OnActionDebugDownloadTriggered() {
-    if (!Commands::CheckCommandArgCount(CMD_DEBUG_DOWNLOAD)) {
-        return;
-    }
-    if (!IsConnected()) {
-        Commands::SetCommandError(CMD_DEBUG_DOWNLOAD, QStringLiteral("not connected"));
+    if (!Commands::CheckCommandArgCount(CMD_DEBUG_DOWNLOAD) || !CheckTargetLink(CMD_DEBUG_DOWNLOAD)) {
         return;
     }
     DownloadProgram(m_ProgramPath, DOWNLOAD_PROGRAM);
 }
 
 void CMainWindow::OnActionDebugResetTriggered() {
-    if (!Commands::CheckCommandArgCount(CMD_DEBUG_RESET)) {
-        return;
-    }
-    if (!IsConnected()) {
-        Commands::SetCommandError(CMD_DEBUG_RESET, QStringLiteral("not connected"));
+    if (!Commands::CheckCommandArgCount(CMD_DEBUG_RESET) || !CheckTargetLink(CMD_DEBUG_RESET)) {
         return;
     }
     Reset(static_cast<U32>(SysVars::GetVarValue(VAR_RESET_MODE)));
@@ -447,11 +489,7 @@ void CMainWindow::OnActionExecConnectTriggered() {
 }
 
 void CMainWindow::OnActionExecResetTriggered() {
-    if (!Commands::CheckCommandArgCount(CMD_EXEC_RESET)) {
-        return;
-    }
-    if (!IsConnected()) {
-        Commands::SetCommandError(CMD_EXEC_RESET, QStringLiteral("not connected"));
+    if (!Commands::CheckCommandArgCount(CMD_EXEC_RESET) || !CheckTargetLink(CMD_EXEC_RESET)) {
         return;
     }
     Device()->ScheduleReset(RM_HARDWARE);
@@ -466,8 +504,7 @@ void CMainWindow::OnActionExecDownloadTriggered() {
     // Without a name the program of the session goes.
     const QString Path = Given.isEmpty() ? m_ProgramPath : QFileInfo(Given).absoluteFilePath();
     CDevice* D = Device();
-    if (!D->Connected.load()) {
-        Commands::SetCommandError(CMD_EXEC_DOWNLOAD, QStringLiteral("not connected"));
+    if (!CheckTargetLink(CMD_EXEC_DOWNLOAD)) {
         return;
     }
     if (!D->HaltDone.load()) {

@@ -162,6 +162,10 @@ bool CMainWindow::CheckMemoryAccess(U32 Id) {
         Commands::SetCommandError(Id, QStringLiteral("cannot access target memory: target not connected"));
         return false;
     }
+    if (D->ConnectionLost.load()) {
+        Commands::SetCommandError(Id, QStringLiteral("cannot access target memory: connection lost"));
+        return false;
+    }
     if (!D->HaltDone.load() && !D->HasBackgroundAccess()) {
         Commands::SetCommandError(
             Id,
@@ -176,6 +180,10 @@ bool CMainWindow::CheckRegisterAccess(U32 Id) {
     CDevice* D = CDevice::Instance();
     if (!D->Connected.load()) {
         Commands::SetCommandError(Id, QStringLiteral("cannot access target registers: target not connected"));
+        return false;
+    }
+    if (D->ConnectionLost.load()) {
+        Commands::SetCommandError(Id, QStringLiteral("cannot access target registers: connection lost"));
         return false;
     }
     if (!D->HaltDone.load()) {

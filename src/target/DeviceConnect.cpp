@@ -159,7 +159,7 @@ int CDevice::ConnectSimple() {
         Connected = Try();
     }
     if (IsConnectCanceled()) {
-        LogInfoMsg(QStringLiteral("Connect: canceled"));
+        LogDebugMsg(QStringLiteral("Connect: canceled"));
         ResetState();
         TARVOARM_Close();
         return -2;

@@ -4,6 +4,8 @@
 
 #include "AppFixture.h"
 
+#include "../probe/kit/Babbler.h"
+
 #include "app/StatusBar.h"
 #include "app/core/Automation.h"
 #include "app/core/SysVars.h"
@@ -12,6 +14,7 @@
 #include "target/Device.h"
 #include "target/DeviceConfig.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QCoreApplication>
 #include <QDir>
@@ -63,13 +66,13 @@ protected:
         Automation::SetActive(false);
     }
     /// Opens a project of the fake device with the demo program and the given functions.
-    void Open(const QString& Functions) {
+    void Open(const QString& Functions, const QString& HostIF = QStringLiteral("\"USB\", \"\"")) {
         const QString Path = m_Dir.filePath(QStringLiteral("fake.tvproj"));
         QFile F(Path);
         ASSERT_TRUE(F.open(QIODevice::WriteOnly | QIODevice::Truncate));
         F.write(QStringLiteral("void OnProjectLoad (void) {\n  Project.SetDevice (\"FAKE\");\n"
-                               "  Project.SetHostIF (\"USB\", \"\");\n  File.Open (\"%1\");\n}\n%2")
-                    .arg(Demo(), Functions)
+                               "  Project.SetHostIF (%3);\n  File.Open (\"%1\");\n}\n%2")
+                    .arg(Demo(), Functions, HostIF)
                     .toUtf8());
         F.close();
         Run("File.Open (\"" + Path + "\")");
@@ -346,6 +349,100 @@ TEST_F(SessionFlow, FileLoadPutsADataFileIntoTargetMemory) {
     Run("Debug.Disconnect");
     ASSERT_TRUE(Settle());
     EXPECT_FALSE(Commands::IsCommandEnabled(CMD_FILE_LOAD));
+// The reason of a failed connection is a warning of the log file; the Console shows it with the failure.
+TEST_F(SessionFlow, AFailedConnectionNamesItsReasonInTheConsole) {
+    struct CASE {
+        const char* HostIF;
+        QStringList Lines;
+    } Cases[] = {
+        {"\"USB\", \"1234\"", {"Connect: serial number not found on usb", "Connection failed"}},
+        {"\"IP\", \"localhost:99999\"",
+         {"Invalid port in \"localhost:99999\"", "Connect: error during configuration of IP interface",
+          "Connection failed"}},
+    };
+    for (const CASE& C : Cases) {
+        Open(QString(), QLatin1String(C.HostIF));
+        Mark();
+        Run("Debug.Connect");
+        ASSERT_TRUE(Settle());
+        const QStringList Lines = Since();
+        for (const QString& L : C.Lines) {
+            EXPECT_TRUE(Lines.contains(L)) << C.HostIF << ": " << L.toStdString() << " in\n"
+                                           << Lines.join('\n').toStdString();
+        }
+        EXPECT_FALSE(CDevice::Instance()->Connected.load());
+    }
+}
+
+// A port that babbles instead of answering holds the connection until its time-outs; Debug.Disconnect
+// gives it up at once and the session controller is free again.
+TEST_F(SessionFlow, DisconnectCancelsAConnectionUnderWay) {
+    probetest::Babbler Port;
+    Open(Handlers(), QStringLiteral("\"IP\", \"127.0.0.1:%1\"").arg(Port.Port()));
+    Mark();
+    Run("Debug.Connect");
+    QElapsedTimer T;
+    T.start();
+    while (Port.Connections() == 0 && T.elapsed() < 2000) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    }
+    ASSERT_EQ(Port.Connections(), 1);
+    T.restart();
+    EXPECT_EQ(Run("Debug.Disconnect"), QStringList({"Debug.Disconnect();", "Connection aborted"}));
+    ASSERT_TRUE(Settle());
+    EXPECT_LT(T.elapsed(), 1000);
+    const QStringList Lines = Since();
+    EXPECT_TRUE(Lines.contains("Connection aborted")) << Lines.join('\n').toStdString();
+    EXPECT_FALSE(Lines.contains("Connection failed")) << "the user's cancel is no failure";
+    EXPECT_EQ(CStatusBar::Instance()->GetStatusMessage(), "Ready");
+    EXPECT_FALSE(CDevice::Instance()->Connected.load());
+    EXPECT_FALSE(CDevice::Instance()->ControllerBusy.load());
+    EXPECT_EQ(Port.Connections(), 1) << "no second try";
+    EXPECT_EQ(Run("Debug.Disconnect").last(), "Debug.Disconnect(); not connected");
+}
+
+// After "Target Connection Lost" (answered No, so that the session stands) nothing of the sequence
+// runs against the dead link, and the commands that need the target say why they can't.
+TEST_F(SessionFlow, AfterTheConnectionIsLostTheSequenceStops) {
+    Open(Handlers());
+    Run("Debug.SetConnectMode (CM_ATTACH_HALT)");
+    Run("Debug.Connect");
+    ASSERT_TRUE(Settle());
+    ASSERT_TRUE(CDevice::Instance()->HaltDone.load());
+    Automation::SetActive(false);
+    QStringList Titles;
+    QTimer Answer;
+    QObject::connect(&Answer, &QTimer::timeout, [&Titles]() {
+        if (auto* Box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
+            Titles << Box->windowTitle();
+            if (QAbstractButton* No = Box->button(QMessageBox::No)) {
+                No->click();
+            } else {
+                Box->done(0);
+            }
+        }
+    });
+    Answer.start(10);
+    Mark();
+    tarvo::fake::SetFault(tarvo::fake::DeadConnection, true);
+    Run("Debug.Download");
+    CDevice* D = CDevice::Instance();
+    ASSERT_TRUE(Settle([&]() { return Titles.contains("Target Connection Lost") && !D->HasQueuedJobs(); }));
+    Settle();
+    Answer.stop();
+    Automation::SetActive(true);
+    const QStringList Lines = Since();
+    EXPECT_EQ(Titles, QStringList{"Target Connection Lost"}) << "no dialog of a failed download after it";
+    EXPECT_TRUE(Ran(Lines).filter("AfterTargetDownload").isEmpty()) << Lines.join('\n').toStdString();
+    EXPECT_TRUE(D->Connected.load() && D->ConnectionLost.load()) << "the session stands, as answered";
+    EXPECT_FALSE(D->ControllerBusy.load());
+    EXPECT_EQ(Run("Debug.Reset").last(), "Debug.Reset(); connection lost");
+    EXPECT_EQ(Run("Debug.Download").last(), "Debug.Download(); connection lost");
+    EXPECT_EQ(Run("Target.ReadU32 0x20000000").last(),
+              "Target.ReadU32 (0x20000000); cannot access target memory: connection lost");
+    EXPECT_EQ(Run("Target.GetReg (\"PC\")").last(),
+              "Target.GetReg (\"PC\"); cannot access target registers: connection lost");
+    tarvo::fake::SetFault(tarvo::fake::DeadConnection, false);
 }
 
 } // namespace

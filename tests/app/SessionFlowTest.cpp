@@ -349,6 +349,8 @@ TEST_F(SessionFlow, FileLoadPutsADataFileIntoTargetMemory) {
     Run("Debug.Disconnect");
     ASSERT_TRUE(Settle());
     EXPECT_FALSE(Commands::IsCommandEnabled(CMD_FILE_LOAD));
+}
+
 // The reason of a failed connection is a warning of the log file; the Console shows it with the failure.
 TEST_F(SessionFlow, AFailedConnectionNamesItsReasonInTheConsole) {
     struct CASE {

@@ -134,7 +134,7 @@ protected:
         QElapsedTimer Still;
         Still.start();
         U64 Pushed = DeviceEvents::PushedCount();
-        while (m_Device->HasQueuedJobs() && T.elapsed() < 5000 &&
+        while (m_Device->HasQueuedJobs() && T.elapsed() < 30000 &&
                !(Still.elapsed() > 300 && DeviceEvents::FreeCount() < CDevice::EVENT_RESERVE)) {
             QThread::msleep(1);
             if (DeviceEvents::PushedCount() != Pushed) {

@@ -249,7 +249,7 @@ DEBUG_INFO* Decode(ELF_SYM_HANDLE Handle, U32& Key);
 ELF_SYM_HANDLE HandleOf(const DEBUG_INFO* Info, U32 Key);
 /// The entry of a key: kept, or read on demand and kept from then on; null if there is none.
 const ENTRY* Entry(DEBUG_INFO* Info, U32 Key);
-/// An entry's DW_AT_type, inherited from its abstract origin or specification (concrete instances of
+/// An entry's DW_AT_type, inherited from its abstract origin or DW_AT_specification (concrete instances of
 /// functions and their parameters carry only the link); a type unit's skeleton gives way to the type.
 U32 TypeKey(DEBUG_INFO* Info, const ENTRY* E);
 /// The library's entry at a key (to be freed with dwarf_dealloc_die), or null.
@@ -258,7 +258,7 @@ Dwarf_Die OpenDie(DEBUG_INFO* Info, U32 Key);
 U64 OffsetOfKey(const DEBUG_INFO* Info, U32 Key, bool& IsTypes);
 /// The unit that holds a key, or null.
 const UNIT* UnitOf(const DEBUG_INFO* Info, U32 Key);
-/// The attribute of an entry, with inheritance over specification, abstract origin and definition;
+/// The attribute of an entry, with inheritance over DW_AT_specification, abstract origin and definition;
 /// the caller frees the returned die and attribute with FreeAttr. False if absent.
 struct ATTR {
     Dwarf_Die Die = nullptr;

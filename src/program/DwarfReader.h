@@ -71,7 +71,7 @@ bool ELF_IsTypesHandle(ELF_SYM_HANDLE Handle);
 ELF_FILE* ELF_GetHandleFile(ELF_SYM_HANDLE Handle);
 
 // By handle.
-/// The name, with fall-backs to the abstract origin, the specification and the definition; base type
+/// The name, with fall-backs to the abstract origin, DW_AT_specification and the definition; base type
 /// names normalised ("uint", "ulong", ...). Shared buffer of 512 bytes, valid until the next call.
 const char* ELF_GetSymName(ELF_SYM_HANDLE Handle);
 /// DWARF tag for kind 1, ELF type for kind 2, ELF_INVALID_TAG for an invalid handle.
@@ -93,14 +93,14 @@ I32 ELF_GetSymSection(ELF_SYM_HANDLE Handle);
 ELF_SYM_HANDLE ELF_GetSymParent(ELF_SYM_HANDLE Handle);
 /// The entry that contains this one (one level up), or 0.
 ELF_SYM_HANDLE ELF_GetSymContainer(ELF_SYM_HANDLE Handle);
-/// The longest chain of enclosing scopes over parents, specifications and abstract origins, innermost
+/// The longest chain of enclosing scopes over parents, DW_AT_specification and abstract origins, innermost
 /// first, without the symbol; at most 64 levels.
 ELF_SYM_LIST ELF_GetSymScopes(ELF_SYM_HANDLE Handle);
 /// The nearest ancestor (over the same links) with one of the tags, or 0.
 ELF_SYM_HANDLE ELF_GetSymAncestor(ELF_SYM_HANDLE Handle, const std::vector<U32>& Tags);
 ELF_SYM_HANDLE ELF_GetSymAbstractOrigin(ELF_SYM_HANDLE Handle);
 ELF_SYM_HANDLE ELF_GetSymSpecification(ELF_SYM_HANDLE Handle);
-/// The entry that completes this one: the one whose specification names it, else one of the same name
+/// The entry that completes this one: the one whose DW_AT_specification names it, else one of the same name
 /// from the name index (a struct declared here and defined in another unit).
 ELF_SYM_HANDLE ELF_GetSymDefinition(ELF_SYM_HANDLE Handle);
 ELF_SYM_HANDLE ELF_GetSymObjectPointer(ELF_SYM_HANDLE Handle);

@@ -34,7 +34,7 @@ ELF_FILE* ElfFileOf(ELF_SYM_HANDLE Handle, U32& Index) {
     return F && Index < F->Symbols.size() ? F : nullptr;
 }
 
-/// The name of an entry with its fall-backs: own, abstract origin, specification, definition.
+/// The name of an entry with its fall-backs: own, abstract origin, DW_AT_specification, definition.
 const char* NameOf(DEBUG_INFO* Info, U32 Key, int Depth) {
     const ENTRY* E = Entry(Info, Key);
     if (!E || Depth > NAME_DEPTH) {

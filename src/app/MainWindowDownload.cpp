@@ -85,14 +85,12 @@ void CMainWindow::DownloadFile(const QString& File, const char* Zone, DOWNLOAD_M
         return;
     }
     ELF_DATA_BLOCKS Blocks;
-    {
-        QMutexLocker Lock(&ELF_GetDataMutex());
-        // The program of the session has its blocks prepared; any other file is read for the request.
-        if (LoadAddress < 0 && ELF_IsLoaded() && QFileInfo(ELF_GetProgramPath()) == QFileInfo(File)) {
-            Blocks = ELF_GetProgramBlocks();
-        } else {
-            Blocks = TFile::CFileWorker::Instance()->ReadFile(File, LoadAddress);
-        }
+    // The program of the session has its blocks prepared; any other file is read for the request.
+    if (LoadAddress < 0 && ELF_IsLoaded() && QFileInfo(ELF_GetProgramPath()) == QFileInfo(File)) {
+        Blocks = ELF_GetProgramBlocks();
+    }
+    if (Blocks.empty()) {
+        Blocks = ELF_ReadDataFile(File, LoadAddress);
     }
     if (Blocks.empty()) {
         LogErrorMsg(QStringLiteral("The file contains no loadable data: ") + File);
@@ -177,11 +175,7 @@ void CMainWindow::OnDownloadDone(U32 Mode) {
 }
 
 void CMainWindow::ConfigTargetForProgramEndianess() {
-    int Order = ELF_UNKNOWN_ENDIAN;
-    {
-        QMutexLocker Lock(&ELF_GetDataMutex());
-        Order = ELF_GetEndianess();
-    }
+    const int Order = ELF_GetEndianess();
     if (Order != ELF_LITTLE_ENDIAN && Order != ELF_BIG_ENDIAN) {
         return;
     }
@@ -193,26 +187,15 @@ void CMainWindow::ConfigTargetForProgramEndianess() {
 }
 
 void CMainWindow::EvaluateBreakSymbol() {
-    const QByteArray Name = SysVars::GetVarString(SysVars::GetVarRow(VAR_BREAK_AT_THIS_SYMBOL)).toUtf8();
-    I32 Address = -1;
-    {
-        QMutexLocker Lock(&ELF_GetDataMutex());
-        if (const ELF_FILE* File = ELF_GetProgramElfFile()) {
-            if (const ELF32_SYM* Sym = ELF_FindSymByName(File, Name.constData())) {
-                Address = static_cast<I32>(ELF_AlignInst(ELF_GetSymValue(File, ELF_GetSymIndex(File, Sym))));
-            }
-        }
-    }
+    const QString Name = SysVars::GetVarString(SysVars::GetVarRow(VAR_BREAK_AT_THIS_SYMBOL));
+    const I32 Address = static_cast<I32>(ELF_GetProgramSymAddr(Name));
     GetDeviceConfig().SetParam(BREAK_SYMBOL_ADDR, Address);
 }
 
 void CMainWindow::PassProgramImageToCore() {
     QVector<CORE_IMAGE_SEGMENT> Segments;
-    {
-        QMutexLocker Lock(&ELF_GetDataMutex());
-        for (const ELF_DATA_BLOCK& B : ELF_GetProgramBlocks()) {
-            Segments.append({B.Address, B.Data});
-        }
+    for (const ELF_DATA_BLOCK& B : ELF_GetProgramBlocks()) {
+        Segments.append({B.Address, B.Data});
     }
     CoreDebugger::SetProgramImage(Segments);
 }
@@ -270,10 +253,7 @@ void CMainWindow::OnActionTargetLoadMemoryTriggered() {
         return;
     }
     ELF_DATA_BLOCKS Blocks;
-    {
-        QMutexLocker Lock(&ELF_GetDataMutex());
-        Blocks = TFile::CFileWorker::Instance()->ReadFile(Path, static_cast<I64>(Address));
-    }
+    Blocks = ELF_ReadDataFile(Path, static_cast<I64>(Address));
     if (Blocks.empty()) {
         Commands::SetCommandError(CMD_LOAD_MEMORY, QStringLiteral("could not read file"));
         return;

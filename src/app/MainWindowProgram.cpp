@@ -53,10 +53,7 @@ void CMainWindow::CloseProgram() {
     if (m_ProgramLoader && m_ProgramLoader->IsRunning()) {
         m_ProgramLoader->Wait();
     }
-    {
-        QMutexLocker Lock(&ELF_GetDataMutex());
-        ELF_Unload();
-    }
+    ELF_Unload();
     m_ProgramPath.clear();
     Paths::SetProgramFile(QString());
     PassProgramImageToCore();
@@ -257,12 +254,7 @@ void CMainWindow::OnActionProjectRelocateSymbolsTriggered() {
         return;
     }
     // The script passes an int: its low 32 bits, with their sign.
-    const QByteArray Selector = Args[0].toUtf8();
-    int Result = 0;
-    {
-        QMutexLocker Lock(&ELF_GetDataMutex());
-        Result = ELF_AddRelocation(Selector.constData(), static_cast<I32>(static_cast<U32>(Offset)));
-    }
+    const int Result = ELF_AddProgramRelocation(Args[0], static_cast<I32>(static_cast<U32>(Offset)));
     Commands::SetCommandResult(CMD_PROJECT_RELOCATE_SYMBOLS, Result);
     if (Result < 0) {
         Commands::SetCommandError(CMD_PROJECT_RELOCATE_SYMBOLS, QStringLiteral("invalid parameter"));

@@ -63,22 +63,7 @@ public:
     bool IsCorePluginLoaded() override { return CorePluginLoader::IsLoaded(); }
     bool IsOSPluginSet() override { return !CProject::Instance()->GetOSPluginPath().isEmpty(); }
     bool IsProgramOpen() override { return ELF_IsLoaded(); }
-    bool HasProgramSymbol(const QString& Name) override {
-        QMutexLocker Lock(&ELF_GetDataMutex());
-        const ELF_FILE* File = ELF_GetProgramElfFile();
-        if (!File) {
-            return false;
-        }
-        const QByteArray Wanted = Name.toUtf8();
-        const U32 Count = ELF_GetSymCount(File);
-        for (U32 i = 0; i < Count; ++i) {
-            const char* SymName = ELF_GetSymName(File, i);
-            if (SymName && Wanted == SymName) {
-                return true;
-            }
-        }
-        return false;
-    }
+    bool HasProgramSymbol(const QString& Name) override { return ELF_HasProgramSymbol(Name); }
     // The core plug-in's verdict on the program and the byte orders are asked for once the session
     // controller configures the target for the program.
     bool IsProgramForTarget() override { return true; }

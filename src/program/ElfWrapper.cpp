@@ -100,8 +100,47 @@ ELF_FILE* ELF_GetProgramElfFile() {
     return P().File;
 }
 
-const ELF_DATA_BLOCKS& ELF_GetProgramBlocks() {
+ELF_DATA_BLOCKS ELF_GetProgramBlocks() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
     return P().Blocks;
+}
+
+ELF_DATA_BLOCKS ELF_ReadDataFile(const QString& Path, I64 BaseAddress) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return TFile::CFileWorker::Instance()->ReadFile(Path, BaseAddress);
+}
+
+I64 ELF_GetProgramSymAddr(const QString& Name) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const ELF_FILE* File = P().File;
+    const QByteArray Wanted = Name.toUtf8();
+    const ELF32_SYM* Sym = File ? ELF_FindSymByName(File, Wanted.constData()) : nullptr;
+    if (!Sym) {
+        return -1;
+    }
+    return ELF_AlignInst(ELF_GetSymValue(File, ELF_GetSymIndex(File, Sym)));
+}
+
+bool ELF_HasProgramSymbol(const QString& Name) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const ELF_FILE* File = P().File;
+    if (!File) {
+        return false;
+    }
+    const QByteArray Wanted = Name.toUtf8();
+    const U32 Count = ELF_GetSymCount(File);
+    for (U32 i = 0; i < Count; ++i) {
+        const char* SymName = ELF_GetSymName(File, i);
+        if (SymName && Wanted == SymName) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int ELF_AddProgramRelocation(const QString& Selector, I32 Offset) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return ELF_AddRelocation(Selector.toUtf8().constData(), Offset);
 }
 
 I64 ELF_GetBaseAddr() {

@@ -17,8 +17,8 @@ QRecursiveMutex& ELF_GetDataMutex();
 /// The mutex around a program load, so that two loads never interleave. Any thread.
 QMutex& ELF_GetLoadMutex();
 
-// The program under debug: its path, its ELF model (for an ELF file) and its data blocks.
-// Callers hold the data mutex.
+// The program under debug: its path, its ELF model (for an ELF file) and its data blocks. Every function
+// takes the data mutex itself and returns copies, so callers outside the program data library never hold it.
 
 /// Closes the previous program and reads Path: for an ELF file the model and its loadable data, for
 /// an Intel Hex, S-record or binary file the data alone. 0, or -1 when nothing could be read; parser
@@ -28,9 +28,20 @@ int ELF_Load(const QString& Path, ELF_ERROR_CALLBACK Callback = ELF_LogErrorReco
 void ELF_Unload();
 bool ELF_IsLoaded();
 QString ELF_GetProgramPath();
-/// The ELF model of the program, or null (no program, or a data file).
+/// The ELF model of the program, or null (no program, or a data file). For the program data library
+/// only: the model is valid only while the caller holds the data mutex.
 ELF_FILE* ELF_GetProgramElfFile();
-const ELF_DATA_BLOCKS& ELF_GetProgramBlocks();
+/// The program's data blocks; the copy shares the bytes.
+ELF_DATA_BLOCKS ELF_GetProgramBlocks();
+/// Reads any program or data file for a download or a memory load (BaseAddress -1: where the file says),
+/// under the data mutex, since the ELF reader shares the module's relocation records.
+ELF_DATA_BLOCKS ELF_ReadDataFile(const QString& Path, I64 BaseAddress = -1);
+/// The relocated address of the program's ELF symbol Name, aligned to an instruction; -1 if there is none.
+I64 ELF_GetProgramSymAddr(const QString& Name);
+/// Whether the program's ELF symbol table has a symbol of this exact name.
+bool ELF_HasProgramSymbol(const QString& Name);
+/// Adds a symbol relocation record (see ELF_AddRelocation) under the data mutex.
+int ELF_AddProgramRelocation(const QString& Selector, I32 Offset);
 /// Lowest address of any program data block, -1 if there is none.
 I64 ELF_GetBaseAddr();
 /// The program's entry point (aligned, relocated), -1 without an ELF program.

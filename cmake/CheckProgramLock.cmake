@@ -1,0 +1,20 @@
+# Fails when code outside the program data library takes the program data mutex or holds the ELF model:
+# the library's accessors lock inside and return copies, so no pointer into program data leaves the lock.
+#   cmake -DROOT=<source folder> -P CheckProgramLock.cmake
+cmake_minimum_required(VERSION 3.25)
+file(GLOB_RECURSE sources RELATIVE ${ROOT} ${ROOT}/src/*.cpp ${ROOT}/src/*.h)
+set(found "")
+foreach(f ${sources})
+    if(f MATCHES "^src/program/")
+        continue()
+    endif()
+    file(STRINGS ${ROOT}/${f} lines REGEX "ELF_GetDataMutex|ELF_GetLoadMutex|ELF_GetProgramElfFile")
+    foreach(l ${lines})
+        string(STRIP "${l}" l)
+        list(APPEND found "${f}: ${l}")
+    endforeach()
+endforeach()
+if(found)
+    list(JOIN found "\n  " text)
+    message(FATAL_ERROR "program data locked or held outside src/program:\n  ${text}")
+endif()

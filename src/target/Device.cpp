@@ -384,7 +384,12 @@ void CDevice::SetPendingBPCondition(U64 AddressAndVerdict) {
     Wake();
 }
 
+bool CDevice::IsDeviceThreadOrLocked() const {
+    return QThread::currentThreadId() == m_ThreadId.load() || m_DeviceMutex.IsHeldByCurrentThread();
+}
+
 void CDevice::PostJobEvent(U32 Kind, U32 Status, U64 Param0, U64 Result0, U64 Result1) {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (Kind == 0 || Kind >= JT_LAST || IsEventSuppressed(Kind)) {
         return;
     }
@@ -466,6 +471,7 @@ DEVICE_JOB* CDevice::NextJob() {
 }
 
 int CDevice::RunBatch() {
+    ARNEX_CHECK_DEVICE_THREAD();
     int Ran = 0;
     m_EventsBackedUp = false;
     for (int Pass = 0; Pass < BATCH_JOBS; ++Pass) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/core/Check.h"
 #include "app/core/Types.h"
 #include "probe/CorePluginAPI.h"
 #include "program/DataBlock.h"
@@ -51,6 +52,44 @@ struct DEVICE_FACTS {
     U32 InstEndian = 0;
     QStringList Zones;
     std::vector<U32> SupportedCores;
+};
+
+/// In a member of CDevice: the caller must be the device thread or hold the device mutex.
+#define ARNEX_CHECK_DEVICE_THREAD()                                                                          \
+    ARNEX_CHECK_THREAD(IsDeviceThreadOrLocked(),                                                             \
+                       QLatin1String(Q_FUNC_INFO) + QStringLiteral(" is device-thread only"))
+
+/// The device's recursive mutex, which knows which thread holds it, so that the members that reach the
+/// probe can check that they run on the device thread or under the lock.
+class CDeviceMutex {
+public:
+    void lock() {
+        m_Mutex.lock();
+        if (m_Depth++ == 0) {
+            m_Owner = QThread::currentThreadId();
+        }
+    }
+    bool tryLock(int TimeoutMs = 0) {
+        if (!m_Mutex.tryLock(TimeoutMs)) {
+            return false;
+        }
+        if (m_Depth++ == 0) {
+            m_Owner = QThread::currentThreadId();
+        }
+        return true;
+    }
+    void unlock() {
+        if (--m_Depth == 0) {
+            m_Owner = nullptr;
+        }
+        m_Mutex.unlock();
+    }
+    bool IsHeldByCurrentThread() const { return m_Owner.load() == QThread::currentThreadId(); }
+
+private:
+    QRecursiveMutex m_Mutex;
+    int m_Depth = 0; // the holder's alone
+    std::atomic<Qt::HANDLE> m_Owner{nullptr};
 };
 
 /// The one object that talks to the target: a thread that runs the jobs of three rings in order. Any
@@ -117,7 +156,9 @@ public:
     QString LastErrorText() const;
 
     /// Held by the device thread during a batch; others take it to keep a batch from running.
-    QRecursiveMutex& Mutex() { return m_DeviceMutex; }
+    CDeviceMutex& Mutex() { return m_DeviceMutex; }
+    /// True on the device thread, or on a thread that holds the device mutex (which keeps batches out).
+    bool IsDeviceThreadOrLocked() const;
     /// The kind of the job accepted last.
     U32 LastScheduledKind() const { return m_LastScheduledKind.load(); }
     /// Number of jobs accepted so far.
@@ -162,7 +203,8 @@ public:
                           const U8* Data);
     U32 WriteMemMultiple(U32 RangeCount, const U32* Ranges, U32 DataSize, const U8* Data, U32 Chunk, U8 Width,
                          U32 Flags, const char* Zone);
-    /// A synchronous read for cached data: -1 unless all bytes came; without status at most 5000 bytes.
+    /// A synchronous read for cached data, under the device mutex: -1 unless all bytes came; without status
+    /// at most 5000 bytes.
     int ReadMemDirect(U32 Address, const char* Zone, U32 Count, U8* Data, U8* Status);
     int ReadReg(U32 Index, U64* Value);
     int WriteReg(U32 Index, U64 Value);
@@ -372,7 +414,7 @@ private:
     std::atomic<U64> m_PendingConnect{MAILBOX_EMPTY};
     std::atomic<U64> m_PendingReset{MAILBOX_EMPTY};
     std::atomic<U64> m_PendingBPCondition{MAILBOX_EMPTY};
-    QRecursiveMutex m_DeviceMutex;
+    CDeviceMutex m_DeviceMutex;
     std::mutex m_DoneLock; // wakes a waiter as soon as a job has run
     std::condition_variable m_JobDone;
     std::mutex m_WakeLock;

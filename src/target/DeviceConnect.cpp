@@ -102,6 +102,7 @@ int CDevice::ConfigureProbe() {
 }
 
 int CDevice::ConnectSimple() {
+    ARNEX_CHECK_DEVICE_THREAD();
     ResetState();
     ClearLastError();
     // The callbacks come first: the library says why it refuses a host interface (a bad port).
@@ -178,6 +179,7 @@ int CDevice::ConnectSimple() {
 }
 
 int CDevice::Connect(U32 Mode) {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (Mode != CM_SILENT) {
         Disconnect();
     }
@@ -261,6 +263,7 @@ void CDevice::RecordAttachHalt(U32 Mode) {
 }
 
 int CDevice::FinishConnect(U32 Mode) {
+    ARNEX_CHECK_DEVICE_THREAD();
     Connected = 0;
     ConnectionLost = 0;
     SrcStepActive = 0;
@@ -281,6 +284,7 @@ int CDevice::FinishConnect(U32 Mode) {
 }
 
 int CDevice::Disconnect() {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (!Connected.load()) {
         return 0;
     }
@@ -329,6 +333,7 @@ void CDevice::ResetState() {
 }
 
 int CDevice::ResetHardware() {
+    ARNEX_CHECK_DEVICE_THREAD();
     TARVOARM_SetResetType(0);
     TARVOARM_SetResetDelay(0);
     TARVOARM_Halt();
@@ -345,6 +350,7 @@ int CDevice::ResetHardware() {
 }
 
 int CDevice::Reset(U32 Mode) {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (!Connected.load()) {
         LogDebugMsg(QStringLiteral("Reset: not connected"));
         return -1;
@@ -362,6 +368,7 @@ int CDevice::Reset(U32 Mode) {
 }
 
 int CDevice::FinishReset(U32 Mode) {
+    ARNEX_CHECK_DEVICE_THREAD();
     // A hidden breakpoint of a run-to or a step doesn't survive a reset; the breakpoint engine clears it
     // here once it exists.
     Halted = 1;

@@ -63,6 +63,7 @@ void CDevice::RestoreBreakpointsAfterFlashDL() {
 }
 
 int CDevice::BeginDownload() {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (!Connected.load()) {
         LogDebugMsg(QStringLiteral("BeginDL: not connected"));
         return -1;
@@ -130,6 +131,7 @@ int CDevice::VerifyDownload() {
 
 int CDevice::EndDownload(bool HaltAround) {
     ClearLastError();
+    ARNEX_CHECK_DEVICE_THREAD();
     if (!Connected.load()) {
         LogDebugMsg(QStringLiteral("EndDL: not connected"));
         ForgetDownload();

@@ -177,6 +177,7 @@ U32 CDevice::ReadMemChunkWise(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 F
 
 U32 CDevice::ReadMem(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, const char* Zone, U8* Data,
                      U8* Status) {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (!Data || !Status) {
         return 0;
     }
@@ -197,6 +198,8 @@ U32 CDevice::ReadMem(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, con
 }
 
 int CDevice::ReadMemDirect(U32 Address, const char* Zone, U32 Count, U8* Data, U8* Status) {
+    // Any thread: the lock keeps a batch of the device thread out for the time of the read.
+    QMutexLocker Lock(&m_DeviceMutex);
     U8* Use = Status;
     if (!Use) {
         if (Count > sizeof(m_ScratchStatus)) {
@@ -263,6 +266,7 @@ U32 CDevice::WriteMemChunkWise(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 
 
 U32 CDevice::WriteMem(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, const char* Zone,
                       const U8* Data) {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (!Data) {
         return 0;
     }
@@ -289,6 +293,7 @@ U32 CDevice::WriteMem(U32 Address, U32 Count, U32 Chunk, U8 Width, U32 Flags, co
 
 U32 CDevice::WriteMemMultiple(U32 RangeCount, const U32* Ranges, U32 DataSize, const U8* Data, U32 Chunk,
                               U8 Width, U32 Flags, const char* Zone) {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (!Ranges || !Data || RangeCount == 0) {
         return 0;
     }

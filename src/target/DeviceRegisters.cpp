@@ -25,6 +25,7 @@ U32 CDevice::PCRegisterIndex() const {
 }
 
 int CDevice::ReadReg(U32 Index, U64* Value) {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (Value) {
         *Value = 0;
     }
@@ -56,6 +57,7 @@ int CDevice::ReadReg(U32 Index, U64* Value) {
 }
 
 int CDevice::WriteReg(U32 Index, U64 Value) {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (!Connected.load()) {
         LogDebugMsg(QStringLiteral("WriteReg: Not connected"));
         return -1;
@@ -77,6 +79,7 @@ int CDevice::WriteReg(U32 Index, U64 Value) {
 }
 
 int CDevice::ReadRegs(U32 Count, const U32* Indices, U64* Values, U8* Status) {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (Count == 0 || !Indices || !Values || !Status) {
         return -1;
     }
@@ -118,6 +121,7 @@ int CDevice::ReadRegs(U32 Count, const U32* Indices, U64* Values, U8* Status) {
 }
 
 int CDevice::ReadCPReg(const char* Id, U64* Value) {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (!Value) {
         return -1;
     }
@@ -147,6 +151,7 @@ int CDevice::ReadCPReg(const char* Id, U64* Value) {
 }
 
 int CDevice::WriteCPReg(const char* Id, U64 Value) {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (!Id) {
         LogWarnMsg(QStringLiteral("WriteCPReg: invalid register identifier"));
         return -1;
@@ -171,6 +176,7 @@ int CDevice::WriteCPReg(const char* Id, U64 Value) {
 }
 
 int CDevice::ReadLocs(U32 Count, const ELF_SYM_LOC* Locs, U64* Values, U8* Status) {
+    ARNEX_CHECK_DEVICE_THREAD();
     if (Count == 0 || !Locs || !Values || !Status) {
         return -1;
     }

@@ -117,6 +117,8 @@ bool CDevice::TestConnectionLost() {
 }
 
 int CDevice::SetTargetExecState(U64 NewPC, U64 NewSP) {
+    // The session controller calls this on the GUI thread after a reset or a download.
+    QMutexLocker Lock(&m_DeviceMutex);
     if (!Connected.load()) {
         return -1;
     }

@@ -13,6 +13,7 @@
 #include "app/core/Settings.h"
 #include "app/core/SysVars.h"
 #include "app/core/Version.h"
+#include "app/session/SessionController.h"
 #include "script/Project.h"
 #include "target/Device.h"
 #include "target/DeviceEvents.h"
@@ -113,6 +114,7 @@ CMainWindow::CMainWindow() : CWindow(QStringLiteral("MainWindow")) {
     Preferences::LoadColorsAndFonts();
     // The device thread starts here; its configuration holds the rows without storage of their own.
     ConnectDevice();
+    CreateSession();
 
     CreateDebugWindows();
     CreateTimers();
@@ -460,14 +462,15 @@ void CMainWindow::changeEvent(QEvent* Event) {
 void CMainWindow::closeEvent(QCloseEvent* Event) {
     // A session ends first, if the user agrees; its end closes the window again. A second close while
     // that runs goes on.
-    if (!m_Closing && m_PendingAction != 3 && CDevice::Instance()->Connected.load()) {
+    if (!m_Closing && m_Session->PendingAction() != PA_CLOSE_WINDOW &&
+        CDevice::Instance()->Connected.load()) {
         Event->ignore();
         if (MessageBox::Ask(this, QStringLiteral("Stop Debugging"), QStringLiteral("Close this Session?"),
                             QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes) != QMessageBox::Yes) {
             return;
         }
         if (CDevice::Instance()->Connected.load()) {
-            m_PendingAction = 3;
+            m_Session->SetPendingAction(PA_CLOSE_WINDOW);
             Disconnect();
         } else {
             // The session ended while the question was up: nothing to wait for.

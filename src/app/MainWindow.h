@@ -11,6 +11,8 @@
 #include <functional>
 
 class CConsoleWindow;
+class CMainWindowSessionUi;
+class CSessionController;
 class CProgramLoader;
 class CDockWindow;
 class CStatusBar;
@@ -42,7 +44,7 @@ public:
     QToolBar* FindToolBar(const QString& Name) const;
     bool IsClosing() const { return m_Closing; }
     /// A close waits for the end of the session.
-    bool IsClosePending() const { return m_PendingAction == 3; }
+    bool IsClosePending() const;
     bool IsInitComplete() const { return m_InitComplete; }
     /// "Arnex - New Project" until a project exists.
     void UpdateTitle();
@@ -74,6 +76,8 @@ public:
     /// Takes the CPU register description of the device's core when the project names none.
     void LoadDefaultRegisterSet();
     QStringList GetRecentPrograms() const { return m_RecentPrograms; }
+    /// The debug session's controller: its step, the pending action after a disconnection.
+    CSessionController* Session() const { return m_Session; }
     QString GetProgramPath() const { return m_ProgramPath; }
     /// The session state of the windows and tool bars in the project's user file.
     bool SaveUserFile(const QString& Path);
@@ -213,6 +217,10 @@ public slots:
     void OnDeviceConnectionLost() override;
     void OnDeviceEndDownloadDone(const char* File, DOWNLOAD_MODES Mode) override;
     void OnDeviceEndDownloadFailed(const char* File, DOWNLOAD_MODES Mode, int Error) override;
+    void OnDeviceHaltDone(U32 PC, HALT_REASONS Reason) override;
+    void OnDeviceResumeDone(RESUME_MODES Mode) override;
+    void OnDeviceResumeFailed(RESUME_MODES Mode) override;
+    void OnDeviceRunToSymbolDone(U32 PC) override;
     void OnActionDebugConnectTriggered();
     void OnActionDebugDisconnectTriggered();
     void OnActionDebugStopTriggered();
@@ -229,7 +237,7 @@ public slots:
     void OnMessageBoxTimerTimeout();
 
 public:
-    // Steps of the debug session, in the order the session controller runs them. GUI thread.
+    // Steps of the debug session, in the order the session controller runs them: they forward to it.
     void Connect(U32 Mode);
     void Disconnect();
     void Reset(U32 Mode);
@@ -269,6 +277,8 @@ private:
     void CreateTimers();
     /// Starts the device, lets scripts wait for it and routes the variables it keeps.
     void ConnectDevice();
+    /// The session's controller with this window as its user interface (MainWindowSessionUi.cpp).
+    void CreateSession();
     void ConnectCommands();
     void LoadWindowSettings();
     void RestorePerspective();
@@ -327,7 +337,6 @@ private:
     void ReportUserFunctionError(const QString& Name);
     /// The menu entry that stops a running script; enabled while one runs.
     void AddScriptStopAction(QMenu* Menu);
-    void SetControllerBusy(bool Busy);
     /// Whether the link to the target broke (or went) during the session: the steps that follow a
     /// device event end there, without a word more than the loss itself.
     bool IsLinkLost() const;
@@ -340,7 +349,6 @@ private:
     void EvaluateBreakSymbol();
     /// The program's blocks for the plug-in's reads of the program image.
     void PassProgramImageToCore();
-    void StartSession();
 
     QMap<U32, QAction*> m_Actions;
     CConsoleWindow* m_Console = nullptr;
@@ -370,10 +378,11 @@ private:
     QMenu* m_RecentProgramsMenu = nullptr;
     /// The command that is opening a file (File.Open, File.OpenRecent), or -1.
     I32 m_OpenCommand = -1;
-    // The session: what OnDeviceDisconnectDone does next (2 open m_PendingProject, 3 close), the open mode
-    // of the program file, and the timers of the session.
-    I32 m_PendingAction = 0;
-    QString m_PendingProject;
+    // The session: its controller and the effects it asks for, the open mode of the program file, and the
+    // timers of the session.
+    friend class CMainWindowSessionUi;
+    CMainWindowSessionUi* m_SessionUi = nullptr;
+    CSessionController* m_Session = nullptr;
     I32 m_ProgramLoadMode = 0;
     /// Where File.Load puts the file, -1 for where the file says.
     I64 m_ProgramLoadAddress = -1;

@@ -12,6 +12,7 @@
 #include "app/core/Paths.h"
 #include "app/core/ScriptConstants.h"
 #include "app/core/SysVars.h"
+#include "app/session/SessionController.h"
 #include "program/ElfWrapper.h"
 #include "program/FileKinds.h"
 #include "program/FileWorker.h"
@@ -38,140 +39,25 @@ QString FilePath(const QString& Text) {
 
 } // namespace
 
+// The download step is the session controller's; the window forwards to it.
+
 void CMainWindow::DownloadProgram(const QString& File, DOWNLOAD_MODES Mode, I64 LoadAddress) {
-    if (Mode != DOWNLOAD_PROGRAM && File.isEmpty()) {
-        return;
-    }
-    m_StatusBar->SetStatusMessage(QStringLiteral("Writing Memory..."));
-    emit DataFileAboutToDownload(File);
-    CDevice* D = Device();
-    switch (Mode) {
-    case DOWNLOAD_PROGRAM:
-        ExecUserFunctionIfPresent(UF_BEFORE_TARGET_DOWNLOAD);
-        if (TScript::HasUserFunction(UF_TARGET_DOWNLOAD)) {
-            // The handler writes through Exec.Download; its result is the device's stored error.
-            D->SetEventSuppressed(JT_END_DOWNLOAD, true);
-            ExecUserFunction(UF_TARGET_DOWNLOAD);
-            D->SetEventSuppressed(JT_END_DOWNLOAD, false);
-            if (IsLinkLost()) {
-                EndLostDownload();
-            } else if (D->LastDownloadError() < 0) {
-                OnDownloadFailed(DOWNLOAD_PROGRAM, D->LastDownloadError());
-            } else {
-                OnDeviceEndDownloadDone(File.toUtf8().constData(), DOWNLOAD_PROGRAM);
-            }
-        } else if (!File.isEmpty()) {
-            DownloadFile(File, nullptr, DOWNLOAD_PROGRAM, LoadAddress);
-        } else {
-            OnDeviceEndDownloadDone("", DOWNLOAD_PROGRAM);
-        }
-        break;
-    case DOWNLOAD_DATA_FILE:
-        ExecUserFunctionIfPresent(UF_BEFORE_TARGET_DOWNLOAD);
-        DownloadFile(File, nullptr, DOWNLOAD_DATA_FILE, LoadAddress);
-        break;
-    case DOWNLOAD_SILENT:
-        DownloadFile(File, nullptr, DOWNLOAD_SILENT, LoadAddress);
-        break;
-    default:
-        LogErrorMsg(QStringLiteral("Error downloading file content: unknown download mode"));
-        break;
-    }
+    m_Session->DownloadProgram(File, Mode, LoadAddress);
 }
-
 void CMainWindow::DownloadFile(const QString& File, const char* Zone, DOWNLOAD_MODES Mode, I64 LoadAddress) {
-    CDevice* D = Device();
-    if (!D->Connected.load() || File.isEmpty()) {
-        return;
-    }
-    ELF_DATA_BLOCKS Blocks;
-    // The program of the session has its blocks prepared; any other file is read for the request.
-    if (LoadAddress < 0 && ELF_IsLoaded() && QFileInfo(ELF_GetProgramPath()) == QFileInfo(File)) {
-        Blocks = ELF_GetProgramBlocks();
-    }
-    if (Blocks.empty()) {
-        Blocks = ELF_ReadDataFile(File, LoadAddress);
-    }
-    if (Blocks.empty()) {
-        LogErrorMsg(QStringLiteral("The file contains no loadable data: ") + File);
-    }
-    // The writes go first and the end of the download after them; the ring keeps that order. The device
-    // reads back what it wrote at the end, so a program that didn't arrive whole fails the download.
-    if (D->ScheduleDownload(Blocks, File, Mode, Zone) < 0) {
-        OnDownloadFailed(Mode, -1);
-    }
+    m_Session->DownloadFile(File, Zone, Mode, LoadAddress);
 }
-
-void CMainWindow::EndLostDownload() {
-    // The loss was told ("Target Connection Lost"); a failed download, the handlers after it and the
-    // first program operation would only fail again against the dead link.
-    m_StatusBar->SetStatusMessage(QStringLiteral("Ready"));
-    SetControllerBusy(false);
-    UpdateSessionActions();
-}
-
 void CMainWindow::OnDeviceEndDownloadDone(const char* File, DOWNLOAD_MODES Mode) {
-    if (IsLinkLost()) {
-        EndLostDownload();
-        return;
-    }
-    if (File && *File) {
-        m_StatusBar->SetStatusMessage(QStringLiteral("Download Complete."));
-    }
-    OnDownloadDone(Mode);
+    m_Session->OnDeviceEndDownloadDone(File, Mode);
 }
-
 void CMainWindow::OnDeviceEndDownloadFailed(const char* File, DOWNLOAD_MODES Mode, int Error) {
-    Q_UNUSED(File);
-    if (IsLinkLost()) {
-        EndLostDownload();
-        return;
-    }
-    OnDownloadFailed(Mode, Error);
+    m_Session->OnDeviceEndDownloadFailed(File, Mode, Error);
 }
-
 void CMainWindow::OnDownloadFailed(U32 Mode, int Error) {
-    if (SysVars::GetVarValue(VAR_VERIFY_DOWNLOAD) != 0) {
-        const QString Text = QString::fromLatin1(CDevice::DownloadErrorText(Error));
-        m_StatusBar->SetStatusMessage(QStringLiteral("Download Failed."));
-        // Where the device found the difference, before the general text.
-        const QString Reason = Device()->LastErrorText();
-        if (!Reason.isEmpty()) {
-            LogErrorMsg(Reason);
-        }
-        LogErrorMsg(Text);
-        MessageBox::Inform(this, QMessageBox::Warning, QStringLiteral("Download failed"),
-                           QStringLiteral("Parts of the program file could not be written.\n\n") + Text);
-    }
-    OnDownloadDone(Mode);
+    m_Session->OnDownloadFailed(Mode, Error);
 }
-
 void CMainWindow::OnDownloadDone(U32 Mode) {
-    if (Mode == DOWNLOAD_SILENT) {
-        UpdateSessionActions();
-        return;
-    }
-    if (TScript::HasUserFunction(UF_AFTER_TARGET_DOWNLOAD)) {
-        ExecUserFunction(UF_AFTER_TARGET_DOWNLOAD);
-    } else {
-        const CORE_PLUGIN_API& Api = CorePluginLoader::GetApi();
-        if (CorePluginLoader::IsLoaded() && Api.AfterTargetReset) {
-            Api.AfterTargetReset();
-        }
-        Device()->SetTargetExecState(0, 0);
-    }
-    emit DataFileDownloaded(m_ProgramPath);
-    if (Mode == DOWNLOAD_PROGRAM) {
-        for (CWindow* W : m_DebugWindows) {
-            W->Repaint();
-        }
-        PerformInitialProgramOperation();
-    } else if (Mode != DOWNLOAD_DATA_FILE) {
-        LogErrorMsg(QStringLiteral("In function OnDownloadDone: unimplemented download mode ") +
-                    QString::number(Mode));
-    }
-    SetControllerBusy(false);
-    UpdateSessionActions();
+    m_Session->OnDownloadDone(Mode);
 }
 
 void CMainWindow::ConfigTargetForProgramEndianess() {

@@ -13,6 +13,7 @@
 #include "app/core/Log.h"
 #include "app/core/Paths.h"
 #include "app/core/SysVars.h"
+#include "app/session/SessionController.h"
 #include "probe/Tarvo.h"
 #include "script/Project.h"
 #include "script/ProjectText.h"
@@ -72,8 +73,7 @@ bool CMainWindow::OpenProject(const QString& Path) {
                             QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes) != QMessageBox::Yes) {
             return false;
         }
-        m_PendingProject = Path;
-        m_PendingAction = 2;
+        m_Session->SetPendingAction(PA_OPEN_PROJECT, Path);
         Disconnect();
         return true;
     }

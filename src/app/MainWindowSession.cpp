@@ -11,6 +11,7 @@
 #include "app/core/Numbers.h"
 #include "app/core/SysVars.h"
 #include "app/core/Version.h"
+#include "app/session/SessionController.h"
 #include "program/ElfWrapper.h"
 #include "script/Project.h"
 #include "script/TScript.h"
@@ -42,10 +43,6 @@ int CMainWindow::ExecUserFunctionIfPresent(int Id) {
     return TScript::HasUserFunction(Id) ? ExecUserFunction(Id) : -1;
 }
 
-void CMainWindow::SetControllerBusy(bool Busy) {
-    Device()->ControllerBusy = Busy ? 1 : 0;
-}
-
 bool CMainWindow::IsLinkLost() const {
     return !IsConnected() || Device()->ConnectionLost.load();
 }
@@ -62,117 +59,22 @@ bool CMainWindow::CheckTargetLink(U32 Id) {
     return true;
 }
 
-void CMainWindow::StartSession() {
-    Device()->SessionActive = 1;
-}
-
-// Steps --------------------------------------------------------------------------------------------------
+// The session's steps and the device's answers live in the controller; the window forwards to it.
 
 void CMainWindow::Connect(U32 Mode) {
-    if (IsConnected()) {
-        return;
-    }
-    SetControllerBusy(true);
-    m_StatusBar->SetStatusMessage(QStringLiteral("Connecting..."));
-    ExecUserFunctionIfPresent(UF_BEFORE_TARGET_CONNECT);
-    CDevice* D = Device();
-    if (!TScript::HasUserFunction(UF_TARGET_CONNECT)) {
-        if (D->ScheduleConnect(static_cast<CONNECT_MODES>(Mode)) < 0) {
-            OnDeviceConnectFailed(static_cast<CONNECT_MODES>(Mode));
-        }
-        return;
-    }
-    // The handler's Exec.Connect does the work; the device finishes the connection afterwards and
-    // reports it as if its own job had made it.
-    D->SetEventSuppressed(JT_CONNECT, true);
-    ExecUserFunction(UF_TARGET_CONNECT);
-    D->SetEventSuppressed(JT_CONNECT, false);
-    const U32 Current = static_cast<U32>(SysVars::GetVarValue(VAR_CONNECT_MODE));
-    D->ConnectMode = Current;
-    D->SetPendingConnect(Current);
+    m_Session->Connect(Mode);
 }
-
 void CMainWindow::Disconnect() {
-    if (!IsConnected()) {
-        return;
-    }
-    ExecUserFunctionIfPresent(UF_BEFORE_TARGET_DISCONNECT);
-    Device()->ScheduleDisconnect();
+    m_Session->Disconnect();
 }
-
 void CMainWindow::Reset(U32 Mode) {
-    if (!IsConnected()) {
-        return;
-    }
-    m_StatusBar->SetStatusMessage(QStringLiteral("Resetting Device..."));
-    ExecUserFunctionIfPresent(UF_BEFORE_TARGET_RESET);
-    CDevice* D = Device();
-    if (!TScript::HasUserFunction(UF_TARGET_RESET)) {
-        if (D->ScheduleReset(static_cast<RESET_MODES>(Mode)) < 0) {
-            SetControllerBusy(false);
-        }
-        return;
-    }
-    // The handler resets through Exec.Reset; the device reports the reset afterwards.
-    D->SetEventSuppressed(JT_RESET, true);
-    D->SetEventSuppressed(JT_HALT, true);
-    ExecUserFunction(UF_TARGET_RESET);
-    D->SetEventSuppressed(JT_RESET, false);
-    D->SetEventSuppressed(JT_HALT, false);
-    const U32 Current =
-        Mode == RM_RESET_DOWNLOAD ? Mode : static_cast<U32>(SysVars::GetVarValue(VAR_RESET_MODE));
-    D->ResetMode = Current;
-    D->SetPendingReset(Current);
+    m_Session->Reset(Mode);
 }
-
 int CMainWindow::RunToBreakSymbol() {
-    CDevice* D = Device();
-    const I32 Address = GetDeviceConfig().GetParam(BREAK_SYMBOL_ADDR);
-    if (!D->Connected.load() || Address == -1) {
-        return -1;
-    }
-    if (!D->HaltDone.load()) {
-        D->ScheduleHalt();
-    }
-    DEVICE_JOB Job = {};
-    Job.Type = JT_RUN_TO;
-    Job.Param[0] = static_cast<U32>(Address);
-    return D->ScheduleJob(&Job) < 0 ? -1 : 0;
+    return m_Session->RunToBreakSymbol();
 }
-
 void CMainWindow::PerformInitialProgramOperation() {
-    CDevice* D = Device();
-    if (SysVars::GetVarValue(VAR_CONNECT_MODE) != CM_DOWNLOAD_RESET || !D->Connected.load() ||
-        D->ConnectionLost.load()) {
-        return;
-    }
-    const I64 Mode = SysVars::GetVarValue(VAR_RESET_MODE);
-    switch (Mode) {
-    case RM_RESET_HALT:
-        StartSession();
-        D->ScheduleHalt();
-        break;
-    case RM_BREAK_AT_SYMBOL:
-        if (RunToBreakSymbol() == 0) {
-            StartSession();
-        } else {
-            // The message waits until the target has stopped, so that it doesn't hold the stop up.
-            m_MessageBoxTimer->start();
-            StartSession();
-            D->ScheduleHalt();
-        }
-        break;
-    case RM_RESET_AND_RUN:
-        StartSession();
-        if (D->HaltDone.load()) {
-            D->ScheduleContinue(GO_USER);
-        }
-        break;
-    default:
-        LogErrorMsg(QStringLiteral("In function PerformInitialProgramOperation: unimplemented reset mode: ") +
-                    QString::number(Mode));
-        break;
-    }
+    m_Session->PerformInitialProgramOperation();
 }
 
 void CMainWindow::OnMessageBoxTimerTimeout() {
@@ -181,179 +83,43 @@ void CMainWindow::OnMessageBoxTimerTimeout() {
                        QStringLiteral("Symbol %1 is unknown. Program halts at first instruction.").arg(Name));
 }
 
-// The device's answers --------------------------------------------------------------------------------------
-
 void CMainWindow::OnDeviceConnectDone(CONNECT_MODES Mode) {
-    if (IsLinkLost()) {
-        // Lost (or ended) before its event came: no step of the sequence can follow.
-        SetControllerBusy(false);
-        UpdateSessionActions();
-        return;
-    }
-    PrintConsole(QStringLiteral("Tarvo: connected to target device"), COLOR_LOGGING_TARVO);
-    LogDebugMsg(QStringLiteral("Tarvo: connected to target device"));
-    m_StatusBar->SetStatusMessage(QStringLiteral("Connected"));
-    UpdateSessionActions();
-    const CORE_PLUGIN_API& Api = CorePluginLoader::GetApi();
-    if (CorePluginLoader::IsLoaded() && Api.AfterTargetConnect) {
-        Api.AfterTargetConnect();
-    }
-    ExecUserFunctionIfPresent(UF_AFTER_TARGET_CONNECT);
-    if (static_cast<I64>(Mode) != SysVars::GetVarValue(VAR_CONNECT_MODE)) {
-        LogErrorMsg(
-            QStringLiteral("Changing the connection mode while the connection sequence is in progress may "
-                           "lead to undefined behaviour"));
-    }
-    CDevice* D = Device();
-    switch (Mode) {
-    case CM_DOWNLOAD_RESET:
-        // The sequence goes on: reset, download, the first program operation.
-        Reset(RM_RESET_DOWNLOAD);
-        break;
-    case CM_ATTACH:
-        if (D->IsTargetHalted()) {
-            D->ScheduleHalt();
-        } else {
-            m_StatusBar->SetStatusMessage(QStringLiteral("CPU running..."));
-        }
-        SetControllerBusy(false);
-        break;
-    case CM_ATTACH_HALT:
-        D->ScheduleHalt();
-        SetControllerBusy(false);
-        break;
-    default:
-        SetControllerBusy(false);
-        break;
-    }
-    m_PeriodicUpdateTimer->start();
+    m_Session->OnDeviceConnectDone(Mode);
 }
-
 void CMainWindow::OnDeviceConnectFailed(CONNECT_MODES Mode) {
-    Q_UNUSED(Mode);
-    m_StatusBar->SetStatusMessage(QStringLiteral("Tarvo: error connecting to device"));
-    // The device's reason is a warning of the log file; the Console shows it with the failure.
-    const QString Reason = Device()->LastErrorText();
-    if (!Reason.isEmpty()) {
-        LogErrorMsg(Reason);
-    }
-    LogErrorMsg(QStringLiteral("Connection failed"));
-    SetControllerBusy(false);
-    UpdateSessionActions();
+    m_Session->OnDeviceConnectFailed(Mode);
 }
 
 void CMainWindow::OnDeviceConnectCanceled(U32 Mode) {
-    Q_UNUSED(Mode);
-    m_StatusBar->SetStatusMessage(QStringLiteral("Ready"));
-    LogInfoMsg(QStringLiteral("Connection aborted"));
-    SetControllerBusy(false);
-    UpdateSessionActions();
+    m_Session->OnDeviceConnectCanceled(Mode);
 }
 
 void CMainWindow::OnDeviceResetDone(U32 PC, RESET_MODES Mode) {
-    Q_UNUSED(PC);
-    if (IsLinkLost() && Mode != RM_EXEC_STATE) {
-        // No handler and no download against a dead link.
-        SetControllerBusy(false);
-        UpdateSessionActions();
-        return;
-    }
-    const CORE_PLUGIN_API& Api = CorePluginLoader::GetApi();
-    const auto AfterReset = [this, &Api]() {
-        if (TScript::HasUserFunction(UF_AFTER_TARGET_RESET)) {
-            ExecUserFunction(UF_AFTER_TARGET_RESET);
-            return;
-        }
-        if (CorePluginLoader::IsLoaded() && Api.AfterTargetReset) {
-            Api.AfterTargetReset();
-        }
-        Device()->SetTargetExecState(0, 0);
-    };
-    switch (Mode) {
-    case RM_RESET_HALT:
-    case RM_BREAK_AT_SYMBOL:
-    case RM_RESET_AND_RUN:
-        AfterReset();
-        for (CWindow* W : m_DebugWindows) {
-            W->Repaint();
-        }
-        if (Mode == RM_RESET_HALT) {
-            m_StatusBar->SetStatusMessage(QStringLiteral("Device was reset"));
-            StartSession();
-        } else if (Mode == RM_RESET_AND_RUN) {
-            if (Device()->HaltDone.load()) {
-                Device()->ScheduleContinue(GO_USER);
-            }
-        } else if (RunToBreakSymbol() != 0) {
-            m_MessageBoxTimer->start();
-        }
-        SetControllerBusy(false);
-        UpdateSessionActions();
-        break;
-    case RM_RESET_DOWNLOAD:
-        AfterReset();
-        DownloadProgram(m_ProgramPath, DOWNLOAD_PROGRAM);
-        break;
-    case RM_EXEC_STATE:
-        for (CWindow* W : m_DebugWindows) {
-            W->Repaint();
-        }
-        break;
-    default:
-        LogErrorMsg(QStringLiteral("In function OnDeviceResetDone: unknown reset mode"));
-        break;
-    }
+    m_Session->OnDeviceResetDone(PC, Mode);
 }
-
 void CMainWindow::OnDeviceResetFailed(U32 PC, RESET_MODES Mode) {
-    Q_UNUSED(PC);
-    Q_UNUSED(Mode);
-    // The device has said why; the sequence ends here.
-    m_StatusBar->SetStatusMessage(QStringLiteral("Ready"));
-    SetControllerBusy(false);
-    UpdateSessionActions();
+    m_Session->OnDeviceResetFailed(PC, Mode);
 }
-
 void CMainWindow::OnDeviceDisconnectDone() {
-    PrintConsole(QStringLiteral("Tarvo: disconnected from target device"), COLOR_LOGGING_TARVO);
-    LogDebugMsg(QStringLiteral("Tarvo: disconnected from target device"));
-    m_StatusBar->SetStatusMessage(QStringLiteral("Ready"));
-    m_StatusBar->EndProgress();
-    // The sequence of a new connection may run already: its busy mark stays.
-    UpdateSessionActions();
-    ExecUserFunctionIfPresent(UF_AFTER_TARGET_DISCONNECT);
-    const I32 Action = m_PendingAction;
-    m_PendingAction = 0;
-    if (Action == 2) {
-        const QString Path = m_PendingProject;
-        m_PendingProject.clear();
-        OpenProject(Path);
-    } else if (Action == 3) {
-        close();
-    }
+    m_Session->OnDeviceDisconnectDone();
 }
-
 void CMainWindow::OnDeviceDisconnectFailed() {
-    // The session goes on: what was to follow its end (a close, another project) is dropped.
-    m_PendingAction = 0;
-    m_PendingProject.clear();
-    UpdateSessionActions();
+    m_Session->OnDeviceDisconnectFailed();
 }
-
 void CMainWindow::OnDeviceConnectionLost() {
-    LogErrorMsg(QStringLiteral("Tarvo: connection to target device lost."));
-    // No step of a sequence that runs now can succeed; its download, if any, still ends in its event.
-    SetControllerBusy(false);
-    if (IsConnected()) {
-        const QMessageBox::StandardButton Answer =
-            MessageBox::Ask(this, QStringLiteral("Target Connection Lost"),
-                            QStringLiteral("Failed to read target status. Abort Debug Session?"),
-                            QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes);
-        if (Answer == QMessageBox::Yes) {
-            Disconnect();
-        }
-    }
-    UpdateSessionActions();
+    m_Session->OnDeviceConnectionLost();
+}
+void CMainWindow::OnDeviceHaltDone(U32 PC, HALT_REASONS Reason) {
+    m_Session->OnDeviceHaltDone(PC, Reason);
+}
+void CMainWindow::OnDeviceResumeDone(RESUME_MODES Mode) {
+    m_Session->OnDeviceResumeDone(Mode);
+}
+void CMainWindow::OnDeviceResumeFailed(RESUME_MODES Mode) {
+    m_Session->OnDeviceResumeFailed(Mode);
+}
+void CMainWindow::OnDeviceRunToSymbolDone(U32 PC) {
+    m_Session->OnDeviceRunToSymbolDone(PC);
 }
 
 // The state of the actions
@@ -527,4 +293,8 @@ void CMainWindow::OnActionExecCommandTriggered() {
     if (Device()->ScheduleExecTarvoCmd(Text.constData()) < 0) {
         Commands::SetCommandError(CMD_EXEC_COMMAND, QStringLiteral("invalid parameter"));
     }
+}
+
+bool CMainWindow::IsClosePending() const {
+    return m_Session->PendingAction() == PA_CLOSE_WINDOW;
 }

@@ -1,4 +1,5 @@
 // The application's tests run the main window offscreen with a settings folder of their own.
+#include "app/core/Check.h"
 #include "app/core/Paths.h"
 
 #include <QApplication>
@@ -15,6 +16,8 @@ int main(int argc, char** argv) {
     if (qEnvironmentVariableIsSet("ARNEX_BIN_DIR")) {
         Paths::SetInstallDirOverride(qEnvironmentVariable("ARNEX_BIN_DIR"));
     }
+    // A wrong step of the session or a call from the wrong thread ends the run.
+    Checks::SetAbortOnFailure(true);
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

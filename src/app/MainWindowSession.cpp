@@ -6,6 +6,7 @@
 
 #include "analysis/CorePluginLoader.h"
 #include "app/StatusBar.h"
+#include "app/core/Check.h"
 #include "app/core/CommandTable.h"
 #include "app/core/Log.h"
 #include "app/core/Numbers.h"
@@ -144,6 +145,7 @@ QString CMainWindow::GetConnectionText() const {
 }
 
 void CMainWindow::UpdateSessionActions() {
+    ARNEX_CHECK_GUI_THREAD();
     CDevice* D = Device();
     const bool Plugin = CorePluginLoader::IsLoaded();
     const bool Connected = D->Connected.load() != 0;

@@ -4,6 +4,7 @@
 #include "app/MainWindow.h"
 
 #include "app/StatusBar.h"
+#include "app/core/Check.h"
 #include "app/session/SessionController.h"
 #include "views/MessageBox.h"
 
@@ -42,6 +43,7 @@ private:
 };
 
 void CMainWindow::CreateSession() {
+    ARNEX_CHECK_GUI_THREAD();
     m_SessionUi = new CMainWindowSessionUi(this);
     m_Session = new CSessionController(m_SessionUi, this);
     // The actions, the connection field and the title follow every change of step.

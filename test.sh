@@ -44,7 +44,7 @@ fuzz_script() {
 
 # The device tests with the leak check: every job's buffers are freed.
 device_asan() {
-    ASAN_OPTIONS=detect_leaks=1 build-asan/tests/test_target --gtest_brief=1
+    ARNEX_CHECK_ABORT=1 ASAN_OPTIONS=detect_leaks=1 build-asan/tests/test_target --gtest_brief=1
 }
 
 # The device thread under ThreadSanitizer: rings, events and memory access against the fake target, with
@@ -55,7 +55,7 @@ build_tsan() {
 }
 
 device_tsan() {
-    TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/test_target --gtest_brief=1
+    ARNEX_CHECK_ABORT=1 TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/test_target --gtest_brief=1
 }
 
 arnex_phase "install packages" arnex_install "${ARNEX_PACKAGES_BUILD[@]}" "${ARNEX_PACKAGES_TEST[@]}"

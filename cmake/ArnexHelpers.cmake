@@ -111,8 +111,10 @@ function(arnex_add_test name)
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 300)
     endif()
+    # A broken invariant (a wrong session step, a call from the wrong thread) ends any test, the program
+    # that an end-to-end test starts included.
     set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT}
-        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;ARNEX_BIN_DIR=${ARNEX_BIN_DIR};ARNEX_SOURCE_DIR=${PROJECT_SOURCE_DIR};${ARG_ENV}")
+        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;ARNEX_CHECK_ABORT=1;ARNEX_BIN_DIR=${ARNEX_BIN_DIR};ARNEX_SOURCE_DIR=${PROJECT_SOURCE_DIR};${ARG_ENV}")
     if(ARG_LABELS)
         set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABELS}")
     endif()

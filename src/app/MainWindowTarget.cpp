@@ -293,7 +293,7 @@ void CMainWindow::OnActionTargetGetRegTriggered() {
         return;
     }
     U64 Value = 0;
-    if (CDevice::Instance()->ReadReg(PluginIndex(Index), &Value) < 0) {
+    if (CDevice::Instance()->ReadRegDirect(PluginIndex(Index), &Value) < 0) {
         Commands::SetCommandError(CMD_GET_REG, QStringLiteral("could not read the register"));
         return;
     }

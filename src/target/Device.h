@@ -207,6 +207,8 @@ public:
     /// at most 5000 bytes.
     int ReadMemDirect(U32 Address, const char* Zone, U32 Count, U8* Data, U8* Status);
     int ReadReg(U32 Index, U64* Value);
+    /// A synchronous register read for a command of the GUI, under the device mutex.
+    int ReadRegDirect(U32 Index, U64* Value);
     int WriteReg(U32 Index, U64 Value);
     int ReadRegs(U32 Count, const U32* Indices, U64* Values, U8* Status);
     int ReadCPReg(const char* Id, U64* Value);

@@ -24,6 +24,12 @@ U32 CDevice::PCRegisterIndex() const {
     return m_PCIndex;
 }
 
+int CDevice::ReadRegDirect(U32 Index, U64* Value) {
+    // Any thread: the lock keeps a batch of the device thread out for the time of the read.
+    QMutexLocker Lock(&m_DeviceMutex);
+    return ReadReg(Index, Value);
+}
+
 int CDevice::ReadReg(U32 Index, U64* Value) {
     ARNEX_CHECK_DEVICE_THREAD();
     if (Value) {

@@ -12,6 +12,8 @@ using Memory = DeviceFixture;
 constexpr U32 RAM = 0x20000000;
 
 TEST_F(Memory, EveryWidthReadsWhatWasWritten) {
+    // Direct calls stand in for the device thread: under its lock, as the thread checks want.
+    QMutexLocker Lock(&m_Device->Mutex());
     ConnectFake();
     const U8 Pattern[16] = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88,
                             0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xF0, 0x01};
@@ -32,6 +34,8 @@ TEST_F(Memory, EveryWidthReadsWhatWasWritten) {
 }
 
 TEST_F(Memory, AReadThatFailsHalfWayMarksTheRightBytes) {
+    // Direct calls stand in for the device thread: under its lock, as the thread checks want.
+    QMutexLocker Lock(&m_Device->Mutex());
     ConnectFake();
     tarvo::fake::FailReads(RAM + 40, 60);
     U8 Data[100] = {};
@@ -44,6 +48,8 @@ TEST_F(Memory, AReadThatFailsHalfWayMarksTheRightBytes) {
 }
 
 TEST_F(Memory, ItemRetryReadsAroundAHole) {
+    // Direct calls stand in for the device thread: under its lock, as the thread checks want.
+    QMutexLocker Lock(&m_Device->Mutex());
     ConnectFake();
     tarvo::fake::FailReads(RAM + 8, 4);
     U8 Data[32] = {};
@@ -56,6 +62,8 @@ TEST_F(Memory, ItemRetryReadsAroundAHole) {
 }
 
 TEST_F(Memory, RequestsThatCannotBeMadeAreRefused) {
+    // Direct calls stand in for the device thread: under its lock, as the thread checks want.
+    QMutexLocker Lock(&m_Device->Mutex());
     QTemporaryDir Dir;
     ASSERT_TRUE(OpenLogChannel(LOG_CHANNEL_APP, Dir.filePath("log.txt")));
     SetLogInterval("1");
@@ -86,6 +94,8 @@ TEST_F(Memory, RequestsThatCannotBeMadeAreRefused) {
 }
 
 TEST_F(Memory, RunningTargetsAndTheHaltingEmulation) {
+    // Direct calls stand in for the device thread: under its lock, as the thread checks want.
+    QMutexLocker Lock(&m_Device->Mutex());
     ConnectFake();
     tarvo::fake::Poke(RAM, {1, 2, 3, 4});
     m_Device->Halted = 0;
@@ -114,6 +124,8 @@ TEST_F(Memory, RunningTargetsAndTheHaltingEmulation) {
 }
 
 TEST_F(Memory, MultipleRangesStopBeforeOneThatDoesNotFit) {
+    // Direct calls stand in for the device thread: under its lock, as the thread checks want.
+    QMutexLocker Lock(&m_Device->Mutex());
     ConnectFake();
     const U32 Ranges[6] = {RAM, RAM + 4, RAM + 16, RAM + 20, RAM + 32, RAM + 40};
     const U8 Data[10] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
@@ -123,6 +135,8 @@ TEST_F(Memory, MultipleRangesStopBeforeOneThatDoesNotFit) {
 }
 
 TEST_F(Memory, RegistersThroughThePlugin) {
+    // Direct calls stand in for the device thread: under its lock, as the thread checks want.
+    QMutexLocker Lock(&m_Device->Mutex());
     ConnectFake();
     tarvo::fake::SetRegister(TARVO_REG_PC, 0x1235);
     tarvo::fake::SetRegister(TARVO_REG_R0 + 3, 0xCAFE);

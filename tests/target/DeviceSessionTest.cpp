@@ -251,7 +251,7 @@ TEST_F(Session, AnAttachmentKnowsTheHaltWhenItsEventComes) {
         if (C.HaltedAfter) {
             EXPECT_EQ(m_Device->PC.load(), tarvo::fake::GetRegister(TARVO_REG_PC)) << Name;
             U64 Pc = 0;
-            EXPECT_EQ(m_Device->ReadReg(TARVO_REG_PC, &Pc), 0) << Name;
+            EXPECT_EQ(m_Device->ReadRegDirect(TARVO_REG_PC, &Pc), 0) << Name;
             // The halt is reported after the connection, as the session controller expects.
             DrainEvents();
             std::vector<U32> Kinds;

@@ -169,14 +169,21 @@ TEST_F(Events, LogTextsAreCutAt1000Bytes) {
 TEST_F(Events, StaleHaltsAndStepsAreSkipped) {
     m_Device->HaltDone = 1;
     m_Device->PC = 0x200;
-    m_Device->PostJobEvent(JT_HALT, JS_DONE, 0, 0x100, HR_NORMAL);
-    m_Device->PostJobEvent(JT_HALT, JS_DONE, 0, 0x200, HR_BREAKPOINT);
+    {
+        // Events come from the device thread: the test stands in for it under its lock.
+        QMutexLocker Lock(&m_Device->Mutex());
+        m_Device->PostJobEvent(JT_HALT, JS_DONE, 0, 0x100, HR_NORMAL);
+        m_Device->PostJobEvent(JT_HALT, JS_DONE, 0, 0x200, HR_BREAKPOINT);
+    }
     DrainEvents();
     ASSERT_EQ(m_Listener.Halts.size(), 1u) << "a halt with an old PC is not shown";
     EXPECT_EQ(m_Listener.Halts[0].second, HR_BREAKPOINT);
 
-    m_Device->PostJobEvent(JT_STEP_INST, JS_DONE, 0, 0x200, 0);
-    m_Device->PostJobEvent(JT_STEP_INST, JS_DONE, 0, 0x200, 0);
+    {
+        QMutexLocker Lock(&m_Device->Mutex());
+        m_Device->PostJobEvent(JT_STEP_INST, JS_DONE, 0, 0x200, 0);
+        m_Device->PostJobEvent(JT_STEP_INST, JS_DONE, 0, 0x200, 0);
+    }
     DrainEvents();
     EXPECT_EQ(m_Listener.Stepped.size(), 1u) << "of two queued steps only the last is shown";
     m_Device->HaltDone = 0;
@@ -185,7 +192,10 @@ TEST_F(Events, StaleHaltsAndStepsAreSkipped) {
 
 TEST_F(Events, SuppressedKindsRaiseNothingButTheMailboxDoes) {
     m_Device->SetEventSuppressed(JT_CONNECT, true);
-    m_Device->PostJobEvent(JT_CONNECT, JS_FAILED, CM_ATTACH, 0, 0);
+    {
+        QMutexLocker Lock(&m_Device->Mutex());
+        m_Device->PostJobEvent(JT_CONNECT, JS_FAILED, CM_ATTACH, 0, 0);
+    }
     DrainEvents();
     EXPECT_TRUE(m_Listener.ConnectFailed.empty());
     m_Device->SetEventSuppressed(JT_CONNECT, false);

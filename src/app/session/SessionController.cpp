@@ -25,8 +25,8 @@ constexpr U32 Bit(SESSION_STEPS S) {
 }
 
 /// The steps each step may move to. Besides the documented session table: a reset or a download of the
-/// program from a standing session, a failed reset or disconnection back to where the target stands, and
-/// a connection lost from any connected step.
+/// program from a session that stands or runs (to the break symbol too), a failed reset or disconnection
+/// back to where the target stands, and a connection lost from any connected step.
 constexpr U32 CONNECTED_STEPS = Bit(SS_CONNECTING) | Bit(SS_RESETTING) | Bit(SS_DOWNLOADING) |
                                 Bit(SS_RUNNING) | Bit(SS_HALTED) | Bit(SS_RUN_TO);
 constexpr U32 ALLOWED[SS_COUNT] = {
@@ -41,7 +41,8 @@ constexpr U32 ALLOWED[SS_COUNT] = {
         Bit(SS_DISCONNECTED),
     /* halted        */ Bit(SS_RUNNING) | Bit(SS_RUN_TO) | Bit(SS_RESETTING) | Bit(SS_DOWNLOADING) |
         Bit(SS_DISCONNECTING) | Bit(SS_DISCONNECTED),
-    /* run-to        */ Bit(SS_HALTED) | Bit(SS_RESETTING) | Bit(SS_DISCONNECTING) | Bit(SS_DISCONNECTED),
+    /* run-to        */ Bit(SS_HALTED) | Bit(SS_RUNNING) | Bit(SS_RESETTING) | Bit(SS_DOWNLOADING) |
+        Bit(SS_DISCONNECTING) | Bit(SS_DISCONNECTED),
     /* disconnecting */ Bit(SS_DISCONNECTED) | Bit(SS_HALTED) | Bit(SS_RUNNING),
 };
 static_assert(sizeof(ALLOWED) / sizeof(ALLOWED[0]) == SS_COUNT, "one row per step");
@@ -254,7 +255,8 @@ void CSessionController::PerformInitialProgramOperation() {
 
 void CSessionController::OnDeviceConnectDone(CONNECT_MODES Mode) {
     ARNEX_CHECK_GUI_THREAD();
-    if (IsLinkLost()) {
+    // An event without a sequence goes on to the step check below, which reports it.
+    if (IsLinkLost() && m_Step != SS_DISCONNECTED) {
         // Lost (or ended) before its event came: no step of the sequence can follow.
         SetControllerBusy(false);
         SetStep(TargetStep(), "OnDeviceConnectDone after a lost link");
@@ -329,7 +331,7 @@ void CSessionController::OnDeviceConnectCanceled(U32 Mode) {
 
 void CSessionController::OnDeviceResetDone(U32 PC, RESET_MODES Mode) {
     Q_UNUSED(PC);
-    if (IsLinkLost() && Mode != RM_EXEC_STATE) {
+    if (IsLinkLost() && Mode != RM_EXEC_STATE && m_Step != SS_DISCONNECTED) {
         // No handler and no download against a dead link.
         SetControllerBusy(false);
         SetStep(TargetStep(), "OnDeviceResetDone after a lost link");

@@ -76,6 +76,8 @@ protected:
 };
 
 TEST_F(DeviceBoard, EveryWidthOnTheBoard) {
+    // Direct calls stand in for the device thread: under its lock, as the thread checks want.
+    QMutexLocker Lock(&m_Device->Mutex());
     Start("MPS2-AN385", "");
     Attach(true);
     U8 Pattern[32];
@@ -99,6 +101,8 @@ TEST_F(DeviceBoard, EveryWidthOnTheBoard) {
 }
 
 TEST_F(DeviceBoard, AReadAcrossTheEndOfMemoryMarksTheMissingBytes) {
+    // Direct calls stand in for the device thread: under its lock, as the thread checks want.
+    QMutexLocker Lock(&m_Device->Mutex());
     Start("MPS2-AN385", "");
     Attach(true);
     U8 Data[100] = {};
@@ -112,6 +116,8 @@ TEST_F(DeviceBoard, AReadAcrossTheEndOfMemoryMarksTheMissingBytes) {
 }
 
 TEST_F(DeviceBoard, ReadsWhileRunningWithBackgroundAccess) {
+    // Direct calls stand in for the device thread: under its lock, as the thread checks want.
+    QMutexLocker Lock(&m_Device->Mutex());
     Start("MPS2-AN385", "demo");
     Attach(true);
     ASSERT_EQ(m_Device->Capabilities[0].load(), 1) << "the emulated board reads memory while it runs";
@@ -129,6 +135,8 @@ TEST_F(DeviceBoard, ReadsWhileRunningWithBackgroundAccess) {
 }
 
 TEST_F(DeviceBoard, ReadsWhileRunningThroughTheHaltingEmulation) {
+    // Direct calls stand in for the device thread: under its lock, as the thread checks want.
+    QMutexLocker Lock(&m_Device->Mutex());
     // A plain GDB server cannot read a running target: the library halts it for a moment.
     QemuHarness Server;
     std::string Error;

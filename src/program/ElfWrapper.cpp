@@ -4,6 +4,7 @@
 #include "program/DwarfReader.h"
 #include "program/FileKinds.h"
 #include "program/FileWorker.h"
+#include "program/SymbolStore.h"
 
 #include <QElapsedTimer>
 #include <QThread>
@@ -66,6 +67,9 @@ int ELF_Load(const QString& Path, ELF_ERROR_CALLBACK Callback, void* User) {
         Prog.Path.clear();
         return -1;
     }
+    if (Prog.File) {
+        ELF_BuildSymbolStore();
+    }
     Prog.Ready = true;
     return 0;
 }
@@ -73,6 +77,8 @@ int ELF_Load(const QString& Path, ELF_ERROR_CALLBACK Callback, void* User) {
 void ELF_Unload() {
     QMutexLocker Lock(&ELF_GetDataMutex());
     Program& Prog = P();
+    // The tables hold handles into the file: they go first.
+    ELF_ClearSymbolStore();
     if (Prog.File) {
         ELF_Close(Prog.File);
     }

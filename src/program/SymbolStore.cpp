@@ -1,0 +1,539 @@
+// The look-up tables of the open program: built once per load from the line tables, the debug
+// functions with their inlined expansions and the ELF symbol table, then read by every view.
+
+#include "program/SymbolStore.h"
+
+#include "app/core/Log.h"
+#include "program/ElfParser.h"
+#include "program/ElfWrapper.h"
+#include "program/SymbolTree.h"
+
+#include <QElapsedTimer>
+#include <QHash>
+
+#include <algorithm>
+#include <map>
+
+namespace {
+
+constexpr U32 NO_FILE = 0xFFFFFFFFu;
+constexpr U32 DW_TAG_INLINED_SUBROUTINE = 0x1D;
+constexpr U32 DW_TAG_SUBPROGRAM = 0x2E;
+constexpr U32 DW_TAG_ENTRY_POINT = 0x03;
+constexpr U32 STT_FUNC = 2;
+constexpr U32 SHF_EXECINSTR = 4;
+/// How far back an address without a row of its own takes the row before it.
+constexpr U32 NEAR_ROW_BYTES = 256;
+/// Ranges this large are broken debug information, not code.
+constexpr U64 ABSURD_RANGE = 1000000000ull;
+
+/// A piece of a function's code in the tree: its handle and the size of the piece.
+struct FUNC_PIECE {
+    ELF_SYM_HANDLE Handle;
+    U32 Size;
+};
+
+struct LINE_ENTRY {
+    CSrcLoc Loc;
+    U32 Addr;
+};
+
+U64 LineKey(U32 File, U32 Line) {
+    return (static_cast<U64>(File) << 32) | Line;
+}
+
+struct STORE {
+    bool Ready = false;
+    QHash<U32, QString> FilePaths;
+    /// Address to its locations, in the order stored (the newest last).
+    QHash<U32, CSrcLocList> AddressMap;
+    QHash<U64, std::vector<LINE_ENTRY>> LineMap;
+    std::vector<U32> AddressList;
+    U32 Low = NO_FILE;
+    U32 High = 0;
+    U32 Rejected = 0;
+    /// Abstract origin to its inlined expansions.
+    QHash<ELF_SYM_HANDLE, ELF_SYM_LIST> Expansions;
+    ELF_SYM_LIST Functions;
+    CIntervalTree<FUNC_PIECE> FunctionTree;
+    /// Per-address results of the function tree; a miss is cached as an empty list.
+    QHash<U32, ELF_SYM_LIST> FuncCache;
+};
+
+STORE& S() {
+    static STORE Instance;
+    return Instance;
+}
+
+QString MsText(const QElapsedTimer& T) {
+    const qint64 Us = T.nsecsElapsed() / 1000;
+    return QString::asprintf("%d:%03d ms", static_cast<int>(Us / 1000), static_cast<int>(Us % 1000));
+}
+
+void Phase(const char* Text, QElapsedTimer& T) {
+    LogDebugMsg(QLatin1String(Text) + MsText(T));
+    T.restart();
+}
+
+/// Whether a symbol is a function for the trees: a subprogram, an inlined call, an entry point or an ELF
+/// function.
+bool IsFunction(ELF_SYM_HANDLE H) {
+    const U32 Tag = ELF_GetSymTag(H);
+    if (ELF_GetHandleKind(H) == ELF_SYM_KIND_ELF) {
+        return Tag == STT_FUNC;
+    }
+    return Tag == DW_TAG_SUBPROGRAM || Tag == DW_TAG_INLINED_SUBROUTINE || Tag == DW_TAG_ENTRY_POINT;
+}
+
+/// The span of a symbol's ranges, aligned to instructions (Thumb bit off); (0, 0) when it has none.
+void RangeOf(ELF_SYM_HANDLE H, U32& Start, U32& Size) {
+    Start = 0;
+    Size = 0;
+    U64 Lo = ~0ull;
+    U64 Hi = 0;
+    const U32 Count = ELF_GetSymRangeCount(H);
+    for (U32 i = 0; i < Count; ++i) {
+        const U64 L = ELF_AlignInst(static_cast<U32>(ELF_GetSymLowPC(H, i)));
+        // Both ends aligned: an ELF symbol of Thumb code carries bit 0 in its value, so its end does too.
+        const U64 E = ELF_AlignInst(static_cast<U32>(ELF_GetSymHighPC(H, i)));
+        // A range of removed code (at 0 after --gc-sections) or an empty one says nothing.
+        if (E <= L || L == 0 || E - L >= ABSURD_RANGE) {
+            continue;
+        }
+        Lo = std::min(Lo, L);
+        Hi = std::max(Hi, E);
+    }
+    if (Hi > Lo && Hi - Lo < ABSURD_RANGE) {
+        Start = static_cast<U32>(Lo);
+        Size = static_cast<U32>(Hi - Lo);
+    }
+}
+
+void AddLocation(STORE& St, U32 Addr, const CSrcLoc& Loc) {
+    std::vector<LINE_ENTRY>& Entries = St.LineMap[LineKey(Loc.File, Loc.Line)];
+    for (const LINE_ENTRY& E : Entries) {
+        if (E.Addr == Addr) {
+            return; // this line holds this address already
+        }
+    }
+    auto It = St.AddressMap.find(Addr);
+    if (It == St.AddressMap.end()) {
+        St.AddressList.push_back(Addr);
+        It = St.AddressMap.insert(Addr, {});
+    }
+    It->push_back(Loc);
+    Entries.push_back({Loc, Addr});
+}
+
+// Phases 2 to 5: file ids and the mapping between addresses and lines.
+void BuildLineTables(STORE& St, const ELF_FILE* File, const ELF_SYM_LIST& FuncSyms) {
+    QElapsedTimer T;
+    T.start();
+    const U32 SourceCount = ELF_GetSourceFileCount(File);
+    std::vector<U32> IdOfSource(SourceCount, NO_FILE);
+    for (U32 i = 0; i < SourceCount; ++i) {
+        const QString Path = QString::fromUtf8(ELF_GetSourceFile(File, i));
+        IdOfSource[i] = ELF_FileIdOfPath(Path);
+        if (IdOfSource[i] != NO_FILE && !St.FilePaths.contains(IdOfSource[i])) {
+            St.FilePaths.insert(IdOfSource[i], Path);
+        }
+    }
+    Phase("Parsed source file paths found in address mapping table: ", T);
+    Phase("Parsed source file paths found in source files table: ", T);
+
+    // The floor: rows below the lowest function are of code the linker dropped.
+    U64 Floor = ~0ull;
+    for (ELF_SYM_HANDLE H : FuncSyms) {
+        U32 Start = 0;
+        U32 Size = 0;
+        RangeOf(H, Start, Size);
+        if (Start) {
+            Floor = std::min<U64>(Floor, Start);
+        }
+    }
+    const U32 Rows = ELF_GetLineRowCount(File);
+    St.AddressList.reserve(Rows);
+    St.AddressMap.reserve(static_cast<qsizetype>(Rows));
+    U32 PrevFile = NO_FILE;
+    U32 PrevLine = 0;
+    for (U32 i = 0; i < Rows; ++i) {
+        const ELF_LINE_ROW Row = ELF_GetLineRow(File, i);
+        if (Row.EndSequence) {
+            PrevFile = NO_FILE;
+            continue;
+        }
+        const U32 Addr = ELF_AlignInst(static_cast<U32>(Row.Address));
+        if (Floor != ~0ull && Addr < Floor) {
+            ++St.Rejected;
+            continue;
+        }
+        const U32 FileId = Row.File < SourceCount ? IdOfSource[Row.File] : NO_FILE;
+        if (FileId == NO_FILE) {
+            continue;
+        }
+        // Line 0 continues the line before it in the same file.
+        const U32 Line = Row.Line == 0 && FileId == PrevFile ? PrevLine : Row.Line;
+        PrevFile = FileId;
+        PrevLine = Line;
+        AddLocation(St, Addr, {FileId, Line, Row.Column});
+        St.Low = std::min(St.Low, Addr);
+        St.High = std::max(St.High, Addr);
+    }
+    Phase("Parsed source to address mapping table: ", T);
+}
+
+} // namespace
+
+U32 ELF_FileIdOfPath(const QString& Path) {
+    if (Path.isEmpty()) {
+        return NO_FILE;
+    }
+    const U32 Id = static_cast<U32>(qHash(Path.toLower()));
+    return Id == NO_FILE ? NO_FILE - 1 : Id;
+}
+
+void ELF_ClearSymbolStore() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    S() = STORE();
+}
+
+bool ELF_IsSymbolStoreReady() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return S().Ready;
+}
+
+void ELF_BuildSymbolStore() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    STORE& St = S();
+    St = STORE();
+    const ELF_FILE* File = ELF_GetProgramElfFile();
+    if (!File) {
+        return;
+    }
+    QElapsedTimer Total;
+    Total.start();
+    QElapsedTimer T;
+    T.start();
+    const int Slot = ELF_GetSlotIndex(File);
+
+    // ELF function symbols of executable sections (phase 11's pending list), Thumb bit off.
+    ELF_SYM_LIST ElfFuncs;
+    const U32 SymCount = ELF_GetSymCount(File);
+    for (U32 i = 0; i < SymCount; ++i) {
+        if (ELF_GetSymType(File, i) != STT_FUNC) {
+            continue;
+        }
+        const U32 Section = ELF_GetSymSection(File, i);
+        if (Section == 0 || Section >= 0xFF00 || !(ELF_GetSectionFlags(File, Section) & SHF_EXECINSTR)) {
+            continue;
+        }
+        const char* Name = ELF_GetSymName(File, i);
+        if (Name && (Name[0] == '?' || Name[0] == '$')) {
+            continue;
+        }
+        ElfFuncs.push_back(ELF_MakeElfSymHandle(Slot, i));
+    }
+    ELF_SYM_LIST DebugFuncs;
+    for (U32 i = 0, n = ELF_GetSymListCount(File, ELF_LIST_FUNCTIONS); i < n; ++i) {
+        ELF_SYM_HANDLE H = ELF_GetSymListItem(File, ELF_LIST_FUNCTIONS, i);
+        if (!H) {
+            continue;
+        }
+        // A prototype met before the body stands for the body that completes it.
+        if (ELF_GetSymRangeCount(H) == 0) {
+            if (const ELF_SYM_HANDLE Body = ELF_GetSymDefinition(H); Body && ELF_GetSymRangeCount(Body)) {
+                H = Body;
+            }
+        }
+        DebugFuncs.push_back(H);
+    }
+    ELF_SYM_LIST FloorSyms = ElfFuncs;
+    FloorSyms.insert(FloorSyms.end(), DebugFuncs.begin(), DebugFuncs.end());
+    BuildLineTables(St, File, FloorSyms);
+
+    // Inlined expansions under their abstract origin. An expansion at an address without a row of its
+    // own shows the line of its call.
+    ELF_SYM_LIST Inlined;
+    for (U32 i = 0, n = ELF_GetSymListCount(File, ELF_LIST_INLINE_FUNCTIONS); i < n; ++i) {
+        const ELF_SYM_HANDLE H = ELF_GetSymListItem(File, ELF_LIST_INLINE_FUNCTIONS, i);
+        if (!H) {
+            continue;
+        }
+        Inlined.push_back(H);
+        St.Expansions[ELF_GetSymAbstractOrigin(H)].push_back(H);
+        U32 Start = 0;
+        U32 Size = 0;
+        RangeOf(H, Start, Size);
+        if (Start && !St.AddressMap.contains(Start)) {
+            const U32 CallLine = ELF_GetSymDeclLine(H, 0x58);
+            const QString CallFile = QString::fromUtf8(ELF_GetSymDeclFile(H, 0x58));
+            const U32 Id = ELF_FileIdOfPath(CallFile);
+            if (CallLine && Id != NO_FILE) {
+                St.FilePaths.insert(Id, CallFile);
+                AddLocation(St, Start, {Id, CallLine, 0});
+            }
+        }
+    }
+    Phase("Hashed function inline expansions: ", T);
+    std::sort(St.AddressList.begin(), St.AddressList.end());
+    Phase("Sorted program address list: ", T);
+
+    // One function per start: a debug entry stands unless a larger ELF symbol starts there too. A
+    // function inlined everywhere stands at its first expansion.
+    std::map<U32, std::pair<U32, ELF_SYM_HANDLE>> ByStart;
+    for (ELF_SYM_HANDLE H : DebugFuncs) {
+        U32 Start = 0;
+        U32 Size = 0;
+        const auto Exp = St.Expansions.constFind(H);
+        if (Exp != St.Expansions.constEnd()) {
+            for (ELF_SYM_HANDLE E : *Exp) {
+                RangeOf(E, Start, Size);
+                if (Start && Size) {
+                    break;
+                }
+            }
+        } else {
+            RangeOf(H, Start, Size);
+        }
+        if (!Start || !Size) {
+            continue;
+        }
+        const auto It = ByStart.find(Start);
+        if (It != ByStart.end() && It->second.first >= Size) {
+            continue;
+        }
+        ByStart[Start] = {Size, H};
+    }
+    for (ELF_SYM_HANDLE H : ElfFuncs) {
+        U32 Start = 0;
+        U32 Size = 0;
+        RangeOf(H, Start, Size);
+        if (!Start || !Size) {
+            continue;
+        }
+        const auto It = ByStart.find(Start);
+        if (It != ByStart.end() && It->second.first >= Size) {
+            continue;
+        }
+        ByStart[Start] = {Size, H};
+    }
+    for (const auto& [Start, Entry] : ByStart) {
+        St.Functions.push_back(Entry.second);
+    }
+    Phase("Build functions list: ", T);
+
+    // One interval per range: code of an inlined call or of a function split by the optimiser lies in
+    // pieces, and a point between them belongs to neither.
+    std::vector<CIntervalTree<FUNC_PIECE>::INTERVAL> Intervals;
+    const auto Add = [&Intervals](ELF_SYM_HANDLE H) {
+        for (U32 i = 0, n = ELF_GetSymRangeCount(H); i < n; ++i) {
+            const U64 L = ELF_AlignInst(static_cast<U32>(ELF_GetSymLowPC(H, i)));
+            const U64 E =
+                std::min<U64>(ELF_AlignInst(static_cast<U32>(ELF_GetSymHighPC(H, i))), 0x100000000ull);
+            if (E <= L || L == 0 || E - L >= ABSURD_RANGE) {
+                continue;
+            }
+            // The last address of the last halfword.
+            Intervals.push_back({L, std::max<U64>(E - 2, L), {H, static_cast<U32>(E - L)}});
+        }
+    };
+    for (ELF_SYM_HANDLE H : St.Functions) {
+        if (IsFunction(H)) {
+            Add(H);
+        }
+    }
+    for (ELF_SYM_HANDLE H : Inlined) {
+        Add(H);
+    }
+    St.FunctionTree.Build(std::move(Intervals));
+    Phase("build function interval tree: ", T);
+
+    St.Ready = true;
+    LogDebugMsg(QStringLiteral("ELF-API wrapper initialized in ") + MsText(Total));
+    LogDebugMsg(QStringLiteral("Function count: %1").arg(St.Functions.size()));
+    LogDebugMsg(QStringLiteral("Global variable count: %1").arg(ELF_GetSymListCount(File, ELF_LIST_GLOBALS)));
+}
+
+ELF_SYM_LIST ELF_GetFuncListAt(U32 Addr) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    STORE& St = S();
+    const auto Hit = St.FuncCache.constFind(Addr);
+    if (Hit != St.FuncCache.constEnd()) {
+        return *Hit;
+    }
+    std::vector<FUNC_PIECE> Pieces;
+    St.FunctionTree.Query(Addr, Pieces);
+    // Outermost first: the larger piece holds the smaller.
+    std::stable_sort(Pieces.begin(), Pieces.end(),
+                     [](const FUNC_PIECE& A, const FUNC_PIECE& B) { return A.Size > B.Size; });
+    ELF_SYM_LIST Found;
+    for (const FUNC_PIECE& P : Pieces) {
+        if (std::find(Found.begin(), Found.end(), P.Handle) == Found.end()) {
+            Found.push_back(P.Handle);
+        }
+    }
+    St.FuncCache.insert(Addr, Found);
+    return Found;
+}
+
+ELF_SYM_HANDLE ELF_GetFuncAt(U32 Addr, bool SkipInlined) {
+    const ELF_SYM_LIST List = ELF_GetFuncListAt(Addr);
+    if (!SkipInlined) {
+        for (auto It = List.rbegin(); It != List.rend(); ++It) {
+            if (ELF_GetSymTag(*It) == DW_TAG_INLINED_SUBROUTINE) {
+                return *It;
+            }
+        }
+    }
+    for (ELF_SYM_HANDLE H : List) {
+        if (ELF_GetHandleKind(H) == ELF_SYM_KIND_DEBUG && ELF_GetSymTag(H) == DW_TAG_SUBPROGRAM) {
+            return H;
+        }
+    }
+    return List.empty() ? 0 : List.front();
+}
+
+CSrcLocList ELF_GetSrcLocsAt(U32 Addr) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    STORE& St = S();
+    auto Sorted = [](CSrcLocList L) {
+        std::sort(L.begin(), L.end());
+        return L;
+    };
+    const auto It = St.AddressMap.constFind(Addr);
+    if (It != St.AddressMap.constEnd()) {
+        return Sorted(*It);
+    }
+    if (Addr == 0 || Addr == 0xFFFFFFFFu) {
+        return {};
+    }
+    const I64 Prev = ELF_GetPrevAddr(Addr);
+    if (Prev < 0 || Addr - static_cast<U32>(Prev) > NEAR_ROW_BYTES ||
+        ELF_GetFuncAt(static_cast<U32>(Prev), true) != ELF_GetFuncAt(Addr, true) ||
+        !ELF_GetFuncAt(Addr, true)) {
+        return {};
+    }
+    return Sorted(St.AddressMap.value(static_cast<U32>(Prev)));
+}
+
+CSrcLoc ELF_GetSrcLocAt(U32 Addr) {
+    const CSrcLocList L = ELF_GetSrcLocsAt(Addr);
+    return L.empty() ? CSrcLoc{NO_FILE, 0, 0} : L.front();
+}
+
+CSrcLoc ELF_GetExactSrcLocAt(U32 Addr) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const CSrcLocList L = S().AddressMap.value(Addr);
+    return L.empty() ? CSrcLoc{NO_FILE, 0, 0} : L.back();
+}
+
+bool ELF_HasSrcAt(U32 Addr) {
+    return ELF_GetSrcLocAt(Addr).IsValid();
+}
+
+I64 ELF_GetPrevAddr(U32 Addr) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const std::vector<U32>& L = S().AddressList;
+    const auto It = std::lower_bound(L.begin(), L.end(), Addr);
+    return It == L.begin() ? -1 : static_cast<I64>(*(It - 1));
+}
+
+I64 ELF_GetNextAddr(U32 Addr) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const std::vector<U32>& L = S().AddressList;
+    auto It = std::lower_bound(L.begin(), L.end(), Addr);
+    if (It != L.end() && *It == Addr) {
+        ++It;
+    }
+    return It == L.end() ? -1 : static_cast<I64>(*It);
+}
+
+std::vector<U32> ELF_GetAddrsOfLine(const CSrcLoc& Loc) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    std::vector<U32> Out;
+    const auto It = S().LineMap.constFind(LineKey(Loc.File, Loc.Line));
+    if (It != S().LineMap.constEnd()) {
+        for (const LINE_ENTRY& E : *It) {
+            Out.push_back(E.Addr);
+        }
+    }
+    std::sort(Out.begin(), Out.end());
+    Out.erase(std::unique(Out.begin(), Out.end()), Out.end());
+    return Out;
+}
+
+I64 ELF_GetFirstAddrOfLine(const CSrcLoc& Loc) {
+    const std::vector<U32> A = ELF_GetAddrsOfLine(Loc);
+    return A.empty() ? -1 : static_cast<I64>(A.front());
+}
+
+CSrcLoc ELF_GetNextCodeLine(const CSrcLoc& Loc) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    for (U32 Line = Loc.Line + 1; Line <= Loc.Line + 1000; ++Line) {
+        if (S().LineMap.contains(LineKey(Loc.File, Line))) {
+            return {Loc.File, Line, 0};
+        }
+    }
+    return {NO_FILE, 0, 0};
+}
+
+CSrcLoc ELF_GetPrevCodeLine(const CSrcLoc& Loc) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    for (I64 Line = static_cast<I64>(Loc.Line) - 1; Line >= 0; --Line) {
+        if (S().LineMap.contains(LineKey(Loc.File, static_cast<U32>(Line)))) {
+            return {Loc.File, static_cast<U32>(Line), 0};
+        }
+    }
+    return {NO_FILE, 0, 0};
+}
+
+I64 ELF_GetFileId(const QString& Path) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const U32 Id = ELF_FileIdOfPath(Path);
+    if (Id == NO_FILE) {
+        return -1;
+    }
+    if (S().FilePaths.contains(Id)) {
+        return Id;
+    }
+    const QString Name = Path.section(QLatin1Char('/'), -1).section(QLatin1Char('\\'), -1);
+    for (auto It = S().FilePaths.constBegin(); It != S().FilePaths.constEnd(); ++It) {
+        const QString Other = It.value().section(QLatin1Char('/'), -1).section(QLatin1Char('\\'), -1);
+        if (Other.compare(Name, Qt::CaseInsensitive) == 0) {
+            return It.key();
+        }
+    }
+    return -1;
+}
+
+QString ELF_GetFilePath(U32 Id) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return S().FilePaths.value(Id);
+}
+
+std::vector<U32> ELF_GetFileIds() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    std::vector<U32> Ids(S().FilePaths.keyBegin(), S().FilePaths.keyEnd());
+    std::sort(Ids.begin(), Ids.end());
+    return Ids;
+}
+
+U32 ELF_GetLowAddr() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return S().Low;
+}
+
+U32 ELF_GetHighAddr() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return S().High;
+}
+
+U32 ELF_GetRejectedRowCount() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return S().Rejected;
+}
+
+ELF_SYM_LIST ELF_GetFunctions() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return S().Functions;
+}

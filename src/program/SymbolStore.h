@@ -1,0 +1,81 @@
+#pragma once
+
+// The program's look-up tables, built in one timed pass after a program opens: source locations by
+// address and addresses by source line, the functions (with their inlined expansions) as an interval
+// tree, and the file ids of the line tables. Every call takes the program data mutex itself.
+
+#include "app/core/Types.h"
+#include "program/DwarfReader.h"
+
+#include <QString>
+
+#include <vector>
+
+/// A source location: file id, line, column. All zero, or file id 0xFFFFFFFF, is invalid.
+struct CSrcLoc {
+    U32 File = 0;
+    U32 Line = 0;
+    U32 Column = 0;
+
+    bool IsValid() const { return File != 0xFFFFFFFFu && (File | Line | Column) != 0; }
+    bool operator==(const CSrcLoc& O) const { return File == O.File && Line == O.Line && Column == O.Column; }
+    /// By line, then column, then file id.
+    bool operator<(const CSrcLoc& O) const {
+        if (Line != O.Line) {
+            return Line < O.Line;
+        }
+        return Column != O.Column ? Column < O.Column : File < O.File;
+    }
+};
+typedef std::vector<CSrcLoc> CSrcLocList;
+
+/// The file id of a path as the debug information spells it: the hash of its lower-cased text, so
+/// "Main.c" and "main.c" are one file. 0xFFFFFFFF means no file.
+U32 ELF_FileIdOfPath(const QString& Path);
+
+/// Builds the tables of the open program (the caller holds the data mutex: the load does). Logs each
+/// phase's time and the totals.
+void ELF_BuildSymbolStore();
+/// Drops every table and cache.
+void ELF_ClearSymbolStore();
+bool ELF_IsSymbolStoreReady();
+
+// Addresses to symbols.
+/// The innermost function at the address (an inlined expansion, unless SkipInlined), or 0.
+ELF_SYM_HANDLE ELF_GetFuncAt(U32 Addr, bool SkipInlined);
+/// Every function and inlined expansion whose range holds the address, outermost first.
+ELF_SYM_LIST ELF_GetFuncListAt(U32 Addr);
+/// The locations at the address, sorted; without a row of its own, those of the row before it in the
+/// same function up to 256 bytes back.
+CSrcLocList ELF_GetSrcLocsAt(U32 Addr);
+/// The first of ELF_GetSrcLocsAt, or an invalid location.
+CSrcLoc ELF_GetSrcLocAt(U32 Addr);
+/// The newest location stored at exactly this address, without the search.
+CSrcLoc ELF_GetExactSrcLocAt(U32 Addr);
+bool ELF_HasSrcAt(U32 Addr);
+/// The line-table address before the address, or -1.
+I64 ELF_GetPrevAddr(U32 Addr);
+/// The line-table address after the address, or -1.
+I64 ELF_GetNextAddr(U32 Addr);
+
+// Source to addresses.
+/// Every address of the line (any column), sorted.
+std::vector<U32> ELF_GetAddrsOfLine(const CSrcLoc& Loc);
+/// The first of them, or -1.
+I64 ELF_GetFirstAddrOfLine(const CSrcLoc& Loc);
+/// The next (previous) line of the file with code, within 1000 lines (down to line 0); invalid if none.
+CSrcLoc ELF_GetNextCodeLine(const CSrcLoc& Loc);
+CSrcLoc ELF_GetPrevCodeLine(const CSrcLoc& Loc);
+/// The id of a path: its own, else a file of the same name (case ignored); -1 for none or an empty path.
+I64 ELF_GetFileId(const QString& Path);
+/// The path as the debug information records it, or an empty text.
+QString ELF_GetFilePath(U32 Id);
+std::vector<U32> ELF_GetFileIds();
+
+/// Lowest and highest address of the line tables (0xFFFFFFFF and 0 without rows).
+U32 ELF_GetLowAddr();
+U32 ELF_GetHighAddr();
+/// Line rows left out because they lie below the first function.
+U32 ELF_GetRejectedRowCount();
+/// The functions, one per start address.
+ELF_SYM_LIST ELF_GetFunctions();

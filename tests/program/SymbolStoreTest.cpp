@@ -1,0 +1,211 @@
+// The symbol store against the toolchain: at every line-table address of every corpus program, the
+// function and the line agree with addr2line's; the addresses of each line hold that line; the edge
+// rules of nearby rows and cached misses.
+
+#include "Toolchain.h"
+
+#include "program/ElfWrapper.h"
+#include "program/SymbolStore.h"
+
+#include <QFileInfo>
+#include <QRegularExpression>
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+namespace {
+
+QStringList CorpusElfs() {
+    return Toolchain::FirmwareElfs() +
+           QString::fromUtf8(ARNEX_TEST_DWARF_CORPUS).split(QLatin1Char('|'), Qt::SkipEmptyParts);
+}
+
+struct ORACLE_ROW {
+    QString Function;
+    QString File; ///< without directories
+    U32 Line = 0;
+};
+
+/// addr2line's innermost frame for each address, in one run.
+std::vector<ORACLE_ROW> Addr2Line(const QString& Elf, const std::vector<U32>& Addrs) {
+    QStringList Args = {QStringLiteral("-f"), QStringLiteral("-e"), Elf};
+    for (U32 A : Addrs) {
+        Args << QStringLiteral("0x") + QString::number(A, 16);
+    }
+    QString Error;
+    const QStringList Lines = Toolchain::Run(ARNEX_TEST_ADDR2LINE, Args, &Error).split('\n');
+    std::vector<ORACLE_ROW> Out;
+    for (qsizetype i = 0; i + 1 < Lines.size(); i += 2) {
+        ORACLE_ROW R;
+        R.Function = Lines[i].trimmed();
+        QString Where = Lines[i + 1].trimmed();
+        Where = Where.section(QLatin1String(" (discriminator"), 0, 0);
+        R.File = Where.section(QLatin1Char(':'), 0, -2).section(QLatin1Char('/'), -1);
+        R.Line = Where.section(QLatin1Char(':'), -1).toUInt();
+        Out.push_back(R);
+    }
+    return Out;
+}
+
+QString BaseName(const QString& Path) {
+    return Path.section(QLatin1Char('/'), -1).section(QLatin1Char('\\'), -1);
+}
+
+class SymbolStore : public ::testing::Test {
+protected:
+    void TearDown() override { ELF_Unload(); }
+};
+
+TEST_F(SymbolStore, AddressesAgreeWithAddr2Line) {
+    const QStringList Elfs = CorpusElfs();
+    ASSERT_GE(Elfs.size(), 20);
+    for (const QString& Elf : Elfs) {
+        SCOPED_TRACE(Elf.toStdString());
+        ASSERT_EQ(ELF_Load(Elf), 0);
+        ASSERT_TRUE(ELF_IsSymbolStoreReady());
+        // Every address that has a row, and one halfword into each row's code.
+        std::set<U32> Set;
+        for (U32 Id : ELF_GetFileIds()) {
+            for (U32 Line = 0; Line < 5000; ++Line) {
+                for (U32 A : ELF_GetAddrsOfLine({Id, Line, 0})) {
+                    Set.insert(A);
+                }
+            }
+        }
+        ASSERT_FALSE(Set.empty());
+        const std::vector<U32> Addrs(Set.begin(), Set.end());
+        const std::vector<ORACLE_ROW> Oracle = Addr2Line(Elf, Addrs);
+        ASSERT_EQ(Oracle.size(), Addrs.size());
+        const bool Cxx = QFileInfo(Elf).fileName().startsWith(QLatin1String("cxx"));
+        const std::vector<Toolchain::Symbol> Symbols = Toolchain::ReadSymbols(Elf);
+        int LineMisses = 0;
+        int FuncMisses = 0;
+        QStringList Samples;
+        for (size_t i = 0; i < Addrs.size(); ++i) {
+            const ORACLE_ROW& O = Oracle[i];
+            if (O.Line == 0 || O.File == QLatin1String("??")) {
+                continue;
+            }
+            bool LineOk = false;
+            for (const CSrcLoc& L : ELF_GetSrcLocsAt(Addrs[i])) {
+                LineOk |= L.Line == O.Line && BaseName(ELF_GetFilePath(L.File)) == O.File;
+            }
+            // An inlined call that starts where the line table has no row shows the line of its call.
+            for (ELF_SYM_HANDLE H : ELF_GetFuncListAt(Addrs[i])) {
+                U64 First = ~0ull;
+                for (U32 r = 0; r < ELF_GetSymRangeCount(H); ++r) {
+                    if (ELF_GetSymHighPC(H, r) > ELF_GetSymLowPC(H, r)) { // empty ranges hold no code
+                        First = std::min<U64>(First, ELF_GetSymLowPC(H, r) & ~1ull);
+                    }
+                }
+                LineOk |= ELF_GetSymTag(H) == 0x1D && First == Addrs[i] &&
+                          ELF_GetSrcLocAt(Addrs[i]).Line == ELF_GetSymDeclLine(H, 0x58);
+            }
+            if (!LineOk) {
+                ++LineMisses;
+                if (Samples.size() < 5) {
+                    const CSrcLoc L = ELF_GetSrcLocAt(Addrs[i]);
+                    Samples << QStringLiteral("line 0x%1: ours %2:%3, addr2line %4:%5")
+                                   .arg(Addrs[i], 0, 16)
+                                   .arg(BaseName(ELF_GetFilePath(L.File)))
+                                   .arg(L.Line)
+                                   .arg(O.File)
+                                   .arg(O.Line);
+                }
+            }
+            // C++ names come mangled from addr2line; the store gives the source name.
+            if (Cxx || O.Function == QLatin1String("??")) {
+                continue;
+            }
+            const ELF_SYM_HANDLE F = ELF_GetFuncAt(Addrs[i], false);
+            const QString Ours = F ? QString::fromUtf8(ELF_GetSymName(F)) : QString();
+            // Assembly functions nest under several names (__aeabi_dadd inside __subdf3), and one start has
+            // several (__aeabi_fmul is __mulsf3): the symbol addr2line names must start where one of the
+            // functions found here starts.
+            bool Alias = false;
+            for (ELF_SYM_HANDLE H : ELF_GetFuncListAt(Addrs[i])) {
+                const U32 Start = static_cast<U32>(ELF_GetSymLowPC(H, 0)) & ~1u;
+                for (const Toolchain::Symbol& Sym : Symbols) {
+                    Alias |= Sym.Name == O.Function && (Sym.Value & ~1u) == Start;
+                    // addr2line gives the first address of an assembly function to the one that ends there.
+                    Alias |=
+                        Sym.Name == O.Function && Start == Addrs[i] && (Sym.Value & ~1u) + Sym.Size == Start;
+                }
+            }
+            if (!F) {
+                Alias = true;
+                for (const Toolchain::Symbol& Sym : Symbols) {
+                    const U32 Lo = Sym.Value & ~1u;
+                    Alias &=
+                        !(Sym.Type == QLatin1String("FUNC") && Addrs[i] >= Lo && Addrs[i] < Lo + Sym.Size);
+                }
+            }
+            if (Ours != O.Function && !Alias) {
+                ++FuncMisses;
+                if (Samples.size() < 10) {
+                    Samples << QStringLiteral("function 0x%1: ours %2, addr2line %3")
+                                   .arg(Addrs[i], 0, 16)
+                                   .arg(Ours, O.Function);
+                }
+            }
+        }
+        EXPECT_EQ(LineMisses, 0) << Samples.join('\n').toStdString();
+        EXPECT_EQ(FuncMisses, 0) << Samples.join('\n').toStdString();
+    }
+}
+
+TEST_F(SymbolStore, LinesHoldTheirAddressesAndNearbyRowsStopAt256Bytes) {
+    for (const QString& Elf : Toolchain::FirmwareElfs()) {
+        SCOPED_TRACE(Elf.toStdString());
+        ASSERT_EQ(ELF_Load(Elf), 0);
+        for (U32 Id : ELF_GetFileIds()) {
+            for (U32 Line = 1; Line < 400; ++Line) {
+                for (U32 A : ELF_GetAddrsOfLine({Id, Line, 0})) {
+                    bool Holds = false;
+                    for (const CSrcLoc& L : ELF_GetSrcLocsAt(A)) {
+                        Holds |= L.File == Id && L.Line == Line;
+                    }
+                    EXPECT_TRUE(Holds) << std::hex << A << " " << std::dec << Line;
+                }
+            }
+        }
+        // Between two rows of one function the earlier row answers, up to 256 bytes after it.
+        for (ELF_SYM_HANDLE F : ELF_GetFunctions()) {
+            const U32 Start = static_cast<U32>(ELF_GetSymLowPC(F, 0)) & ~1u;
+            const I64 Next = ELF_GetNextAddr(Start);
+            if (Next < 0 || !ELF_HasSrcAt(Start) || ELF_GetFuncAt(static_cast<U32>(Next), true) != F) {
+                continue;
+            }
+            if (static_cast<U32>(Next) > Start + 2) {
+                EXPECT_EQ(ELF_GetSrcLocAt(Start + 2).Line, ELF_GetSrcLocAt(Start).Line);
+            }
+        }
+        EXPECT_TRUE(ELF_GetSrcLocsAt(0).empty());
+        EXPECT_TRUE(ELF_GetSrcLocsAt(0xFFFFFFFFu).empty());
+        EXPECT_EQ(ELF_GetFuncAt(0xFFFFFFF0u, false), 0u);
+        EXPECT_EQ(ELF_GetFuncAt(0xFFFFFFF0u, false), 0u) << "the cached miss answers the same";
+        const ELF_SYM_HANDLE Main = ELF_GetFuncAt(static_cast<U32>(ELF_GetEntryPointPC()), true);
+        EXPECT_NE(Main, 0u) << "the entry point lies in a function";
+    }
+}
+
+TEST_F(SymbolStore, FileIdsFoldCaseAndFileNamesFindTheirFile) {
+    ASSERT_EQ(ELF_Load(Toolchain::FirmwareElfs().first()), 0);
+    const std::vector<U32> Ids = ELF_GetFileIds();
+    ASSERT_FALSE(Ids.empty());
+    const QString Path = ELF_GetFilePath(Ids.front());
+    EXPECT_EQ(ELF_FileIdOfPath(Path.toUpper()), ELF_FileIdOfPath(Path));
+    EXPECT_EQ(ELF_GetFileId(Path), static_cast<I64>(Ids.front()));
+    // A path of another machine finds the file of the same name, case ignored.
+    const I64 Moved = ELF_GetFileId(QStringLiteral("C:\\elsewhere\\") + BaseName(Path).toUpper());
+    ASSERT_GE(Moved, 0);
+    EXPECT_EQ(BaseName(ELF_GetFilePath(static_cast<U32>(Moved))), BaseName(Path));
+    EXPECT_EQ(ELF_GetFileId(QString()), -1);
+    EXPECT_EQ(ELF_GetFileId(QStringLiteral("/no/such/file_at_all.c")), -1);
+    ELF_Unload();
+    EXPECT_FALSE(ELF_IsSymbolStoreReady());
+    EXPECT_TRUE(ELF_GetFileIds().empty()) << "the tables go with the program";
+}
+
+} // namespace

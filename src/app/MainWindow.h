@@ -148,6 +148,7 @@ public slots:
     void OnActionDebugSetConnectModeTriggered();
     void OnActionElfGetBaseAddrTriggered();
     void OnActionElfGetEntryPointPCTriggered();
+    void OnActionElfGetEntryFuncPCTriggered();
     void OnActionElfGetEndianessTriggered();
     void OnActionProjectRelocateSymbolsTriggered();
     void OnActionScriptExecTriggered();

@@ -239,6 +239,7 @@ void CMainWindow::ConnectCommands() {
         {96, &CMainWindow::OnActionToolbarCloseTriggered},
         {196, &CMainWindow::OnActionElfGetBaseAddrTriggered},
         {197, &CMainWindow::OnActionElfGetEntryPointPCTriggered},
+        {198, &CMainWindow::OnActionElfGetEntryFuncPCTriggered},
         {200, &CMainWindow::OnActionElfGetEndianessTriggered},
         {122, &CMainWindow::OnActionProjectRelocateSymbolsTriggered},
         {0, &CMainWindow::OnActionFileNewProjectTriggered},

@@ -12,6 +12,7 @@
 #include "program/ElfWrapper.h"
 #include "program/FileKinds.h"
 #include "program/FileWorker.h"
+#include "program/SymbolStore.h"
 #include "script/Project.h"
 #include "target/Device.h"
 #include "views/MessageBox.h"
@@ -230,6 +231,15 @@ void CMainWindow::OnActionElfGetEntryPointPCTriggered() {
     const I64 Entry = ELF_GetEntryPointPC();
     Commands::SetCommandResult(CMD_ELF_GET_ENTRY_POINT_PC, Entry);
     PrintConsole(AddressText(Entry));
+}
+
+void CMainWindow::OnActionElfGetEntryFuncPCTriggered() {
+    if (!Commands::CheckCommandArgCount(CMD_ELF_GET_ENTRY_FUNC_PC)) {
+        return;
+    }
+    const I64 Pc = ELF_GetEntryFuncPC();
+    Commands::SetCommandResult(CMD_ELF_GET_ENTRY_FUNC_PC, Pc);
+    PrintConsole(AddressText(Pc));
 }
 
 void CMainWindow::OnActionElfGetEndianessTriggered() {

@@ -533,6 +533,21 @@ U32 ELF_GetRejectedRowCount() {
     return S().Rejected;
 }
 
+I64 ELF_GetEntryFuncPC() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const ELF_FILE* File = ELF_GetProgramElfFile();
+    ELF_SYM_HANDLE Main = File ? ELF_GetEntryFunc(File) : 0;
+    if (Main && ELF_GetSymRangeCount(Main) == 0) {
+        Main = ELF_GetSymDefinition(Main);
+    }
+    U32 Start = 0;
+    U32 Size = 0;
+    if (Main) {
+        RangeOf(Main, Start, Size);
+    }
+    return Start ? static_cast<I64>(Start) : -1;
+}
+
 ELF_SYM_LIST ELF_GetFunctions() {
     QMutexLocker Lock(&ELF_GetDataMutex());
     return S().Functions;

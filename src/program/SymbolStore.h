@@ -77,5 +77,8 @@ U32 ELF_GetLowAddr();
 U32 ELF_GetHighAddr();
 /// Line rows left out because they lie below the first function.
 U32 ELF_GetRejectedRowCount();
+/// The first address of the program's start function (main, or the one marked as the main subprogram),
+/// -1 without one.
+I64 ELF_GetEntryFuncPC();
 /// The functions, one per start address.
 ELF_SYM_LIST ELF_GetFunctions();

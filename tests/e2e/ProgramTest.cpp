@@ -60,7 +60,8 @@ TEST(Program, OpensEveryTargetProgramAndAnswersLikeReadelf) {
     for (const QString& Elf : Elfs) {
         Lines << "File.Open " + Elf << "Elf.GetEntryPointPC"
               << "Elf.GetBaseAddr"
-              << "Elf.GetEndianess";
+              << "Elf.GetEndianess"
+              << "Elf.GetEntryFuncPC";
     }
     ArnexProcess Arnex;
     const ArnexRun R = Arnex.Exec(Lines);
@@ -84,6 +85,13 @@ TEST(Program, OpensEveryTargetProgramAndAnswersLikeReadelf) {
             }
         }
         EXPECT_EQ(AnswerOf(R.Lines, "Elf.GetBaseAddr();", i), Hex8(Base));
+        // The start function is main, where nm puts it.
+        const QRegularExpressionMatch Main =
+            QRegularExpression("^([0-9a-f]+) T main$", QRegularExpression::MultilineOption)
+                .match(RunTool("arm-none-eabi-nm", {Elfs[i]}));
+        ASSERT_TRUE(Main.hasMatch());
+        EXPECT_EQ(AnswerOf(R.Lines, "Elf.GetEntryFuncPC();", i),
+                  Hex8(Main.captured(1).toUInt(nullptr, 16) & ~1u));
     }
     EXPECT_EQ(R.Lines.filter(QRegularExpression("^File.Open: completed in \\d+ ms$")).size(), Elfs.size());
 }
@@ -102,7 +110,8 @@ TEST(Program, DataFilesAndBadFiles) {
     EXPECT_EQ(AnswerOf(R.Lines, "Elf.GetBaseAddr();", 0), "0x08000000");
     EXPECT_EQ(AnswerOf(R.Lines, "Elf.GetEntryPointPC();", 0), "0xFFFFFFFF");
     EXPECT_EQ(AnswerOf(R.Lines, "Elf.GetEndianess();", 0), "2");
-    EXPECT_TRUE(R.Lines.contains("Elf.GetEntryFuncPC: Command disabled"));
+    EXPECT_EQ(AnswerOf(R.Lines, "Elf.GetEntryFuncPC();", 0), "0xFFFFFFFF")
+        << "a record file has no functions";
 
     R = Arnex.Exec({"File.Open " + Empty.fileName(), "Elf.GetBaseAddr"});
     EXPECT_EQ(R.ExitCode, 1);

@@ -88,7 +88,8 @@ public:
 
 private:
     QRecursiveMutex m_Mutex;
-    int m_Depth = 0; // the holder's alone
+    // Changed only by the holder; atomic since the toolkit's mutex is invisible to the race checker.
+    std::atomic<int> m_Depth{0};
     std::atomic<Qt::HANDLE> m_Owner{nullptr};
 };
 

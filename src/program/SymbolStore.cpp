@@ -109,20 +109,30 @@ void RangeOf(ELF_SYM_HANDLE H, U32& Start, U32& Size) {
     }
 }
 
-void AddLocation(STORE& St, U32 Addr, const CSrcLoc& Loc) {
-    std::vector<LINE_ENTRY>& Entries = St.LineMap[LineKey(Loc.File, Loc.Line)];
-    for (const LINE_ENTRY& E : Entries) {
-        if (E.Addr == Addr) {
-            return; // this line holds this address already
-        }
-    }
+/// Every row names the line of its address; only the rows that begin a statement give a line its
+/// addresses, since a breakpoint on a line belongs where the compiler says a statement starts.
+void AddLocation(STORE& St, U32 Addr, const CSrcLoc& Loc, bool Stmt) {
     auto It = St.AddressMap.find(Addr);
     if (It == St.AddressMap.end()) {
         St.AddressList.push_back(Addr);
         It = St.AddressMap.insert(Addr, {});
     }
-    It->push_back(Loc);
-    Entries.push_back({Loc, Addr});
+    bool Known = false;
+    for (const CSrcLoc& L : *It) {
+        Known |= L.File == Loc.File && L.Line == Loc.Line;
+    }
+    if (!Known) {
+        It->push_back(Loc);
+    }
+    if (Stmt) {
+        std::vector<LINE_ENTRY>& Entries = St.LineMap[LineKey(Loc.File, Loc.Line)];
+        for (const LINE_ENTRY& E : Entries) {
+            if (E.Addr == Addr) {
+                return; // this line holds this address already
+            }
+        }
+        Entries.push_back({Loc, Addr});
+    }
 }
 
 // Phases 2 to 5: file ids and the mapping between addresses and lines.
@@ -175,7 +185,7 @@ void BuildLineTables(STORE& St, const ELF_FILE* File, const ELF_SYM_LIST& FuncSy
         const U32 Line = Row.Line == 0 && FileId == PrevFile ? PrevLine : Row.Line;
         PrevFile = FileId;
         PrevLine = Line;
-        AddLocation(St, Addr, {FileId, Line, Row.Column});
+        AddLocation(St, Addr, {FileId, Line, Row.Column}, Row.IsStmt);
         St.Low = std::min(St.Low, Addr);
         St.High = std::max(St.High, Addr);
     }
@@ -270,7 +280,7 @@ void ELF_BuildSymbolStore() {
             const U32 Id = ELF_FileIdOfPath(CallFile);
             if (CallLine && Id != NO_FILE) {
                 St.FilePaths.insert(Id, CallFile);
-                AddLocation(St, Start, {Id, CallLine, 0});
+                AddLocation(St, Start, {Id, CallLine, 0}, true);
             }
         }
     }

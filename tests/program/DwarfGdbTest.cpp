@@ -75,29 +75,6 @@ std::vector<std::pair<ELF_SYM_HANDLE, QString>> Sample(ELF_FILE* F, int List,
     return Out;
 }
 
-/// The answers of one gdb run, one text per command, in order.
-QStringList AskGdb(const QString& Elf, const QStringList& Commands) {
-    QStringList Args{"-q", "-batch", "-nx"};
-    for (int i = 0; i < Commands.size(); ++i) {
-        Args << "-ex" << Commands[i] << "-ex" << QStringLiteral("echo @@%1@@\\n").arg(i);
-    }
-    Args << Elf;
-    QString Error;
-    const QString Out = Toolchain::Run(QStringLiteral(ARNEX_TEST_GDB), Args, &Error);
-    QStringList Answers;
-    int From = 0;
-    for (int i = 0; i < Commands.size(); ++i) {
-        const QString Marker = QStringLiteral("@@%1@@\n").arg(i);
-        const int At = Out.indexOf(Marker, From);
-        if (At < 0) {
-            break;
-        }
-        Answers << Out.mid(From, At - From);
-        From = At + Marker.size();
-    }
-    return Answers;
-}
-
 /// gdb's ptype text with every braced body taken out ("struct s {...} *" is "struct s *").
 QString WithoutBodies(const QString& Text) {
     QString Out;
@@ -256,7 +233,7 @@ TEST_P(DwarfGdb, NamesTypesAndScopesAgreeWithGdb) {
     for (const auto& [H, Name] : Types) {
         Commands << "ptype " + TypeExpr(H, Name) << "print sizeof(" + TypeExpr(H, Name) + ")";
     }
-    const QStringList Answers = AskGdb(GetParam(), Commands);
+    const QStringList Answers = Toolchain::AskGdb(GetParam(), Commands);
     ASSERT_EQ(Answers.size(), Commands.size()) << "gdb-multiarch did not answer every command";
 
     static const QRegularExpression LineRe(

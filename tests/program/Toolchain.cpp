@@ -4,6 +4,10 @@
 #include <QProcess>
 #include <QRegularExpression>
 
+#ifndef ARNEX_TEST_GDB
+#define ARNEX_TEST_GDB "gdb-multiarch"
+#endif
+
 namespace Toolchain {
 namespace {
 
@@ -173,6 +177,28 @@ std::map<U32, U8> LoadableBytes(const QString& Elf) {
         }
     }
     return Map;
+}
+
+QStringList AskGdb(const QString& Elf, const QStringList& Commands) {
+    QStringList Args{"-q", "-batch", "-nx"};
+    for (int i = 0; i < Commands.size(); ++i) {
+        Args << "-ex" << Commands[i] << "-ex" << QStringLiteral("echo @@%1@@\\n").arg(i);
+    }
+    Args << Elf;
+    QString Error;
+    const QString Out = Toolchain::Run(QStringLiteral(ARNEX_TEST_GDB), Args, &Error);
+    QStringList Answers;
+    int From = 0;
+    for (int i = 0; i < Commands.size(); ++i) {
+        const QString Marker = QStringLiteral("@@%1@@\n").arg(i);
+        const int At = Out.indexOf(Marker, From);
+        if (At < 0) {
+            break;
+        }
+        Answers << Out.mid(From, At - From);
+        From = At + Marker.size();
+    }
+    return Answers;
 }
 
 } // namespace Toolchain

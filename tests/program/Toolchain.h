@@ -59,6 +59,9 @@ struct NmEntry {
 };
 std::vector<NmEntry> ReadNm(const QString& Elf);
 
+/// The answers of one gdb-multiarch run on Elf, one text per command, in order.
+QStringList AskGdb(const QString& Elf, const QStringList& Commands);
+
 /// Loadable bytes of an ELF file by physical address, taken from readelf's program headers and the file.
 std::map<U32, U8> LoadableBytes(const QString& Elf);
 

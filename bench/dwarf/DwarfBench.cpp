@@ -4,11 +4,16 @@
 //
 // bench_dwarf            generates and builds the program once (kept in the build tree), then measures
 // bench_dwarf --open F   the measured child: opens F, prints what it read, ends
+// bench_dwarf --load F   the measured child: loads F as the program (reader and symbol store), ends
+//
+// Then, in one process, the symbol store's look-ups per second: address to line, line to addresses.
 
 #include "DwarfBenchGen.h"
 
 #include "program/DwarfReader.h"
 #include "program/ElfParser.h"
+#include "program/ElfWrapper.h"
+#include "program/SymbolStore.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -45,6 +50,60 @@ int OpenOnly(const char* Path) {
     std::fflush(stdout);
     // The figure is the reading; tearing the model down is not part of it.
     _exit(0);
+}
+
+int LoadOnly(const char* Path) {
+    QElapsedTimer T;
+    T.start();
+    if (ELF_Load(QString::fromLocal8Bit(Path), [](const ELF_ERROR_RECORD&, void*) {}) < 0) {
+        return 1;
+    }
+    std::printf("%lld ms, %zu functions in the store\n", static_cast<long long>(T.elapsed()),
+                ELF_GetFunctions().size());
+    std::fflush(stdout);
+    _exit(0);
+}
+
+/// Look-ups per second on the loaded program: every line-table address in turn, many times over.
+void MeasureLookups(const QString& Elf) {
+    if (ELF_Load(Elf, [](const ELF_ERROR_RECORD&, void*) {}) < 0) {
+        std::printf("  look-ups: the program does not load\n");
+        return;
+    }
+    std::vector<U32> Addrs;
+    for (I64 A = ELF_GetNextAddr(0); A >= 0 && Addrs.size() < 2000000;
+         A = ELF_GetNextAddr(static_cast<U32>(A))) {
+        Addrs.push_back(static_cast<U32>(A));
+    }
+    std::vector<CSrcLoc> Lines;
+    for (size_t i = 0; i < Addrs.size(); i += 7) {
+        const CSrcLoc L = ELF_GetSrcLocAt(Addrs[i]);
+        if (L.IsValid()) {
+            Lines.push_back(L);
+        }
+    }
+    if (Addrs.empty() || Lines.empty()) {
+        std::printf("  look-ups: no line rows\n");
+        return;
+    }
+    U64 Sum = 0;
+    QElapsedTimer T;
+    T.start();
+    const size_t N = 2000000;
+    for (size_t i = 0; i < N; ++i) {
+        // Addresses between rows too: half of them take the search for the row before.
+        Sum += ELF_GetSrcLocAt(Addrs[i % Addrs.size()] + (i & 1) * 2).Line;
+    }
+    const double A2L = N / (T.nsecsElapsed() / 1e9);
+    T.restart();
+    for (size_t i = 0; i < N; ++i) {
+        Sum += ELF_GetFirstAddrOfLine(Lines[i % Lines.size()]);
+    }
+    const double L2A = N / (T.nsecsElapsed() / 1e9);
+    std::printf(
+        "  look-ups over %zu addresses and %zu lines: address to line %.2f M/s, line to first address "
+        "%.2f M/s (goal more than 1 M/s) [%llu]\n",
+        Addrs.size(), Lines.size(), A2L / 1e6, L2A / 1e6, static_cast<unsigned long long>(Sum & 1));
 }
 
 struct RUN {
@@ -159,6 +218,10 @@ int main(int argc, char** argv) {
         QCoreApplication App(argc, argv);
         return OpenOnly(argv[2]);
     }
+    if (argc == 3 && QByteArray(argv[1]) == "--load") {
+        QCoreApplication App(argc, argv);
+        return LoadOnly(argv[2]);
+    }
     QCoreApplication App(argc, argv);
     const DwarfBenchGen::SHAPE Shape;
     const QString Dir = QStringLiteral(BENCH_WORK_DIR);
@@ -197,10 +260,13 @@ int main(int argc, char** argv) {
     std::printf("  reader: ");
     std::fflush(stdout);
     const RUN Ours = Measure({QCoreApplication::applicationFilePath(), "--open", Elf}, true);
+    std::printf("  reader and symbol store: ");
+    std::fflush(stdout);
+    const RUN Loaded = Measure({QCoreApplication::applicationFilePath(), "--load", Elf}, true);
     const QStringList Gdb{BENCH_GDB, "-q", "-batch", "-nx"};
     const RUN Full = Measure(Gdb + QStringList{"-ex", "maint expand-symtabs", Elf}, false);
     const RUN Lazy = Measure(Gdb + QStringList{"-ex", "info line main", Elf}, false);
-    if (!Ours.Ok || !Full.Ok || !Lazy.Ok) {
+    if (!Ours.Ok || !Loaded.Ok || !Full.Ok || !Lazy.Ok) {
         std::fprintf(stderr, "bench_dwarf: a run failed (reader %d, gdb full %d, gdb lazy %d)\n", Ours.Ok,
                      Full.Ok, Lazy.Ok);
         return 1;
@@ -213,5 +279,12 @@ int main(int argc, char** argv) {
     std::printf("  peak memory / gdb full: %.2fx (goal at most 1.00x), / gdb lazy: %.2fx\n",
                 static_cast<double>(Ours.PeakKb) / Full.PeakKb,
                 static_cast<double>(Ours.PeakKb) / Lazy.PeakKb);
+    Print("ELF_Load: reader and symbol store, process to end", Loaded);
+    std::printf("  symbol store pass: %.0f ms, %.1f MB peak added to the reader's\n",
+                Loaded.WallMs - Ours.WallMs, (Loaded.PeakKb - Ours.PeakKb) / 1024.0);
+    std::printf(
+        "  program ready for look-ups / gdb lazy start ('info line main'): %.2fx (goal at most 0.50x)\n",
+        Loaded.WallMs / Lazy.WallMs);
+    MeasureLookups(Elf);
     return 0;
 }

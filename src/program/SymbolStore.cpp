@@ -33,6 +33,13 @@ struct FUNC_PIECE {
     U32 Size;
 };
 
+/// What the function tree answers at one address, kept per address.
+struct FUNC_AT {
+    ELF_SYM_LIST List;        ///< outermost first
+    ELF_SYM_HANDLE Inner = 0; ///< the innermost inlined call, else Outer
+    ELF_SYM_HANDLE Outer = 0; ///< the subprogram, else the first function
+};
+
 struct LINE_ENTRY {
     CSrcLoc Loc;
     U32 Addr;
@@ -57,7 +64,7 @@ struct STORE {
     ELF_SYM_LIST Functions;
     CIntervalTree<FUNC_PIECE> FunctionTree;
     /// Per-address results of the function tree; a miss is cached as an empty list.
-    QHash<U32, ELF_SYM_LIST> FuncCache;
+    QHash<U32, FUNC_AT> FuncCache;
 };
 
 STORE& S() {
@@ -364,9 +371,11 @@ void ELF_BuildSymbolStore() {
     LogDebugMsg(QStringLiteral("Global variable count: %1").arg(ELF_GetSymListCount(File, ELF_LIST_GLOBALS)));
 }
 
-ELF_SYM_LIST ELF_GetFuncListAt(U32 Addr) {
-    QMutexLocker Lock(&ELF_GetDataMutex());
-    STORE& St = S();
+namespace {
+
+/// The functions at an address, from the cache or the tree; the caller holds the mutex. The reference
+/// lasts until the next call.
+const FUNC_AT& FuncAtLocked(STORE& St, U32 Addr) {
     const auto Hit = St.FuncCache.constFind(Addr);
     if (Hit != St.FuncCache.constEnd()) {
         return *Hit;
@@ -376,59 +385,91 @@ ELF_SYM_LIST ELF_GetFuncListAt(U32 Addr) {
     // Outermost first: the larger piece holds the smaller.
     std::stable_sort(Pieces.begin(), Pieces.end(),
                      [](const FUNC_PIECE& A, const FUNC_PIECE& B) { return A.Size > B.Size; });
-    ELF_SYM_LIST Found;
+    FUNC_AT At;
     for (const FUNC_PIECE& P : Pieces) {
-        if (std::find(Found.begin(), Found.end(), P.Handle) == Found.end()) {
-            Found.push_back(P.Handle);
+        if (std::find(At.List.begin(), At.List.end(), P.Handle) == At.List.end()) {
+            At.List.push_back(P.Handle);
         }
     }
-    St.FuncCache.insert(Addr, Found);
-    return Found;
+    for (ELF_SYM_HANDLE H : At.List) {
+        if (!At.Outer && ELF_GetHandleKind(H) == ELF_SYM_KIND_DEBUG &&
+            ELF_GetSymTag(H) == DW_TAG_SUBPROGRAM) {
+            At.Outer = H;
+        }
+    }
+    if (!At.Outer && !At.List.empty()) {
+        At.Outer = At.List.front();
+    }
+    At.Inner = At.Outer;
+    for (auto It = At.List.rbegin(); It != At.List.rend(); ++It) {
+        if (ELF_GetSymTag(*It) == DW_TAG_INLINED_SUBROUTINE) {
+            At.Inner = *It;
+            break;
+        }
+    }
+    // A miss is kept too: the same unknown address is asked again and again.
+    return *St.FuncCache.insert(Addr, std::move(At));
+}
+
+ELF_SYM_HANDLE FuncAtLocked(STORE& St, U32 Addr, bool SkipInlined) {
+    const FUNC_AT& At = FuncAtLocked(St, Addr);
+    return SkipInlined ? At.Outer : At.Inner;
+}
+
+/// The address whose row stands for Addr: itself, or the row before it in the same function up to
+/// 256 bytes back; -1 for none.
+I64 RowAddressLocked(STORE& St, U32 Addr) {
+    if (St.AddressMap.contains(Addr)) {
+        return Addr;
+    }
+    if (Addr == 0 || Addr == 0xFFFFFFFFu) {
+        return -1;
+    }
+    const std::vector<U32>& L = St.AddressList;
+    const auto It = std::lower_bound(L.begin(), L.end(), Addr);
+    if (It == L.begin()) {
+        return -1;
+    }
+    const U32 Prev = *(It - 1);
+    if (Addr - Prev > NEAR_ROW_BYTES) {
+        return -1;
+    }
+    const ELF_SYM_HANDLE Here = FuncAtLocked(St, Addr, true);
+    return Here && FuncAtLocked(St, Prev, true) == Here ? static_cast<I64>(Prev) : -1;
+}
+
+} // namespace
+
+ELF_SYM_LIST ELF_GetFuncListAt(U32 Addr) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return FuncAtLocked(S(), Addr).List;
 }
 
 ELF_SYM_HANDLE ELF_GetFuncAt(U32 Addr, bool SkipInlined) {
-    const ELF_SYM_LIST List = ELF_GetFuncListAt(Addr);
-    if (!SkipInlined) {
-        for (auto It = List.rbegin(); It != List.rend(); ++It) {
-            if (ELF_GetSymTag(*It) == DW_TAG_INLINED_SUBROUTINE) {
-                return *It;
-            }
-        }
-    }
-    for (ELF_SYM_HANDLE H : List) {
-        if (ELF_GetHandleKind(H) == ELF_SYM_KIND_DEBUG && ELF_GetSymTag(H) == DW_TAG_SUBPROGRAM) {
-            return H;
-        }
-    }
-    return List.empty() ? 0 : List.front();
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return FuncAtLocked(S(), Addr, SkipInlined);
 }
 
 CSrcLocList ELF_GetSrcLocsAt(U32 Addr) {
     QMutexLocker Lock(&ELF_GetDataMutex());
-    STORE& St = S();
-    auto Sorted = [](CSrcLocList L) {
-        std::sort(L.begin(), L.end());
-        return L;
-    };
-    const auto It = St.AddressMap.constFind(Addr);
-    if (It != St.AddressMap.constEnd()) {
-        return Sorted(*It);
-    }
-    if (Addr == 0 || Addr == 0xFFFFFFFFu) {
+    const I64 Row = RowAddressLocked(S(), Addr);
+    if (Row < 0) {
         return {};
     }
-    const I64 Prev = ELF_GetPrevAddr(Addr);
-    if (Prev < 0 || Addr - static_cast<U32>(Prev) > NEAR_ROW_BYTES ||
-        ELF_GetFuncAt(static_cast<U32>(Prev), true) != ELF_GetFuncAt(Addr, true) ||
-        !ELF_GetFuncAt(Addr, true)) {
-        return {};
-    }
-    return Sorted(St.AddressMap.value(static_cast<U32>(Prev)));
+    CSrcLocList L = S().AddressMap.value(static_cast<U32>(Row));
+    std::sort(L.begin(), L.end());
+    return L;
 }
 
 CSrcLoc ELF_GetSrcLocAt(U32 Addr) {
-    const CSrcLocList L = ELF_GetSrcLocsAt(Addr);
-    return L.empty() ? CSrcLoc{NO_FILE, 0, 0} : L.front();
+    // The hot path of the source window and the profiler: no list is copied.
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const I64 Row = RowAddressLocked(S(), Addr);
+    if (Row < 0) {
+        return {NO_FILE, 0, 0};
+    }
+    const CSrcLocList& L = *S().AddressMap.constFind(static_cast<U32>(Row));
+    return L.empty() ? CSrcLoc{NO_FILE, 0, 0} : *std::min_element(L.begin(), L.end());
 }
 
 CSrcLoc ELF_GetExactSrcLocAt(U32 Addr) {
@@ -473,8 +514,16 @@ std::vector<U32> ELF_GetAddrsOfLine(const CSrcLoc& Loc) {
 }
 
 I64 ELF_GetFirstAddrOfLine(const CSrcLoc& Loc) {
-    const std::vector<U32> A = ELF_GetAddrsOfLine(Loc);
-    return A.empty() ? -1 : static_cast<I64>(A.front());
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const auto It = S().LineMap.constFind(LineKey(Loc.File, Loc.Line));
+    if (It == S().LineMap.constEnd() || It->empty()) {
+        return -1;
+    }
+    U32 First = It->front().Addr;
+    for (const LINE_ENTRY& E : *It) {
+        First = std::min(First, E.Addr);
+    }
+    return First;
 }
 
 CSrcLoc ELF_GetNextCodeLine(const CSrcLoc& Loc) {

@@ -63,6 +63,16 @@ struct STORE {
     QHash<ELF_SYM_HANDLE, ELF_SYM_LIST> Expansions;
     ELF_SYM_LIST Functions;
     CIntervalTree<FUNC_PIECE> FunctionTree;
+    /// Globals, inlined calls, functions, namespaces, units; types; the ELF symbols of the file.
+    ELF_SYM_LIST DebugSymbols;
+    ELF_SYM_LIST TypeSymbols;
+    ELF_SYM_LIST ElfSymbols;
+    /// Name hashes, made on first use; values read latest first.
+    bool NamesReady = false;
+    QMultiHash<QByteArray, ELF_SYM_HANDLE> DebugNames, TypeNames, ElfNames;
+    /// The current scope: its function and its locals by name.
+    ELF_SYM_HANDLE ScopeFunction = 0;
+    QMultiHash<QByteArray, ELF_SYM_HANDLE> LocalNames;
     /// Per-address results of the function tree; a miss is cached as an empty list.
     QHash<U32, FUNC_AT> FuncCache;
 };
@@ -365,6 +375,24 @@ void ELF_BuildSymbolStore() {
     St.FunctionTree.Build(std::move(Intervals));
     Phase("build function interval tree: ", T);
 
+    // The lists the name search goes through; their hashes come with the first search.
+    for (int List : {ELF_LIST_GLOBALS, ELF_LIST_INLINE_FUNCTIONS, ELF_LIST_FUNCTIONS, ELF_LIST_NAMESPACES,
+                     ELF_LIST_UNITS, ELF_LIST_TYPES}) {
+        ELF_SYM_LIST& Into = List == ELF_LIST_TYPES ? St.TypeSymbols : St.DebugSymbols;
+        U32 Null = 0;
+        for (U32 i = 0, n = ELF_GetSymListCount(File, List); i < n; ++i) {
+            const ELF_SYM_HANDLE H = ELF_GetSymListItem(File, List, i);
+            H ? Into.push_back(H) : static_cast<void>(++Null);
+        }
+        if (Null) {
+            LogDebugMsg(QStringLiteral("Warning: found %1 null pointers in symbol list").arg(Null));
+        }
+    }
+    for (U32 i = 1; i < SymCount; ++i) {
+        St.ElfSymbols.push_back(ELF_MakeElfSymHandle(Slot, i));
+    }
+    Phase("Build debug symbol lists: ", T);
+
     St.Ready = true;
     LogDebugMsg(QStringLiteral("ELF-API wrapper initialized in ") + MsText(Total));
     LogDebugMsg(QStringLiteral("Function count: %1").arg(St.Functions.size()));
@@ -605,6 +633,98 @@ I64 ELF_GetEntryFuncPC() {
         RangeOf(Main, Start, Size);
     }
     return Start ? static_cast<I64>(Start) : -1;
+}
+
+namespace {
+
+void HashNames(const ELF_SYM_LIST& List, QMultiHash<QByteArray, ELF_SYM_HANDLE>& Into) {
+    Into.reserve(static_cast<qsizetype>(List.size()));
+    for (ELF_SYM_HANDLE H : List) {
+        const char* Name = ELF_GetSymName(H);
+        if (Name && *Name) {
+            Into.insert(QByteArray(Name), H);
+        }
+    }
+}
+
+void Append(const QMultiHash<QByteArray, ELF_SYM_HANDLE>& Hash, const QByteArray& Name, ELF_SYM_LIST& Out) {
+    for (auto It = Hash.constFind(Name); It != Hash.constEnd() && It.key() == Name; ++It) {
+        Out.push_back(It.value());
+    }
+}
+
+} // namespace
+
+ELF_SYM_LIST ELF_FindSyms(const QString& Name, bool DebugSyms, bool LocalSyms, bool Types, bool ElfSyms,
+                          bool Sorted) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    STORE& St = S();
+    ELF_SYM_LIST Out;
+    if (Name.isEmpty() || !St.Ready) {
+        return Out;
+    }
+    if (!St.NamesReady) {
+        HashNames(St.DebugSymbols, St.DebugNames);
+        HashNames(St.TypeSymbols, St.TypeNames);
+        HashNames(St.ElfSymbols, St.ElfNames);
+        St.NamesReady = true;
+    }
+    const QByteArray Key = Name.toUtf8();
+    if (LocalSyms && St.ScopeFunction) {
+        if (Key == "this") {
+            if (const ELF_SYM_HANDLE This = ELF_GetSymObjectPointer(St.ScopeFunction)) {
+                Out.push_back(This);
+            }
+        } else {
+            Append(St.LocalNames, Key, Out);
+        }
+    }
+    if (DebugSyms) {
+        Append(St.DebugNames, Key, Out);
+    }
+    if (Types) {
+        Append(St.TypeNames, Key, Out);
+    }
+    if (ElfSyms) {
+        Append(St.ElfNames, Key, Out);
+    }
+    if (Sorted) {
+        ELF_SYM_LIST Inlined, Debug, Elf;
+        for (ELF_SYM_HANDLE H : Out) {
+            if (ELF_GetHandleKind(H) == ELF_SYM_KIND_ELF) {
+                Elf.push_back(H);
+            } else if (ELF_GetSymTag(H) == DW_TAG_INLINED_SUBROUTINE) {
+                Inlined.insert(Inlined.begin(), H);
+            } else {
+                Debug.push_back(H);
+            }
+        }
+        Out = Inlined;
+        Out.insert(Out.end(), Debug.begin(), Debug.end());
+        Out.insert(Out.end(), Elf.begin(), Elf.end());
+    }
+    return Out;
+}
+
+void ELF_SetScope(U32 Pc) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    STORE& St = S();
+    const ELF_SYM_HANDLE F = FuncAtLocked(St, Pc, false);
+    if (F == St.ScopeFunction) {
+        return;
+    }
+    St.ScopeFunction = F;
+    St.LocalNames.clear();
+    ELF_SYM_LIST Locals;
+    for (U32 i = 0, n = F ? ELF_GetSymLocalCount(F) : 0; i < n; ++i) {
+        Locals.push_back(ELF_GetSymLocal(F, i));
+    }
+    HashNames(Locals, St.LocalNames);
+}
+
+ELF_SYM_HANDLE ELF_GetScopeFunction() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return S().ScopeFunction;
 }
 
 ELF_SYM_LIST ELF_GetFunctions() {

@@ -80,5 +80,16 @@ U32 ELF_GetRejectedRowCount();
 /// The first address of the program's start function (main, or the one marked as the main subprogram),
 /// -1 without one.
 I64 ELF_GetEntryFuncPC();
+// Names to symbols.
+/// The symbols of a name, concatenated in this order as asked: locals of the current scope, debug
+/// symbols (globals, inlined calls, functions, namespaces, units), types, ELF symbols. Sorted: inlined
+/// calls first (the latest first), then the other debug entries, then the ELF symbols.
+ELF_SYM_LIST ELF_FindSyms(const QString& Name, bool DebugSyms, bool LocalSyms, bool Types, bool ElfSyms,
+                          bool Sorted);
+/// Makes the function at Pc the current scope of the local name search.
+void ELF_SetScope(U32 Pc);
+/// The function of the current scope, 0 before any.
+ELF_SYM_HANDLE ELF_GetScopeFunction();
+
 /// The functions, one per start address.
 ELF_SYM_LIST ELF_GetFunctions();

@@ -224,6 +224,69 @@ TEST_F(SymbolStore, LinesHoldTheirAddressesAndNearbyRowsStopAt256Bytes) {
     }
 }
 
+TEST_F(SymbolStore, NamesFindWhatNmAndTheDebugListsHold) {
+    for (const QString& Elf : CorpusElfs()) {
+        SCOPED_TRACE(Elf.toStdString());
+        ASSERT_EQ(ELF_Load(Elf), 0);
+        int Checked = 0;
+        // Every named symbol of nm is found among the ELF symbols, with its value.
+        for (const Toolchain::NmEntry& E : Toolchain::ReadNm(Elf)) {
+            if (E.Name.isEmpty() || E.Name.startsWith('$')) {
+                continue;
+            }
+            bool Found = false;
+            for (ELF_SYM_HANDLE H : ELF_FindSyms(E.Name, false, false, false, true, false)) {
+                Found |= QString::fromUtf8(ELF_GetSymName(H)) == E.Name &&
+                         (static_cast<U32>(ELF_GetSymLowPC(H, 0)) & ~1u) == (E.Value & ~1u);
+            }
+            EXPECT_TRUE(Found) << E.Name.toStdString();
+            ++Checked;
+        }
+        EXPECT_GT(Checked, 10);
+        // Every function with code is found by its name among the debug symbols, sorted or not.
+        for (ELF_SYM_HANDLE F : ELF_GetFunctions()) {
+            if (ELF_GetHandleKind(F) != ELF_SYM_KIND_DEBUG || ELF_GetSymTag(F) != 0x2E) {
+                continue;
+            }
+            const QString Name = QString::fromUtf8(ELF_GetSymName(F));
+            for (bool Sorted : {false, true}) {
+                const ELF_SYM_LIST Hits = ELF_FindSyms(Name, true, false, false, true, Sorted);
+                EXPECT_NE(std::find(Hits.begin(), Hits.end(), F), Hits.end()) << Name.toStdString();
+                if (Sorted && !Hits.empty()) {
+                    EXPECT_EQ(ELF_GetHandleKind(Hits.front()), ELF_SYM_KIND_DEBUG)
+                        << "debug entries come first";
+                }
+            }
+        }
+        EXPECT_TRUE(ELF_FindSyms(QString(), true, true, true, true, true).empty());
+        EXPECT_TRUE(
+            ELF_FindSyms(QStringLiteral("no_such_symbol_anywhere"), true, true, true, true, true).empty());
+    }
+}
+
+TEST_F(SymbolStore, TheScopeGivesTheLocalsOfTheFunctionAtThePc) {
+    for (const QString& Elf : Toolchain::FirmwareElfs()) {
+        if (!Elf.contains(QLatin1String("-O0-"))) {
+            continue; // locals that optimised code keeps are another matter
+        }
+        SCOPED_TRACE(Elf.toStdString());
+        ASSERT_EQ(ELF_Load(Elf), 0);
+        for (ELF_SYM_HANDLE F : ELF_GetFunctions()) {
+            // A function inlined everywhere stands in the list at its first inlined call: no own code.
+            if (ELF_GetHandleKind(F) != ELF_SYM_KIND_DEBUG || ELF_GetSymLocalCount(F) == 0 ||
+                ELF_GetSymLowPC(F, 0) == 0) {
+                continue;
+            }
+            ELF_SetScope(static_cast<U32>(ELF_GetSymLowPC(F, 0)));
+            ASSERT_EQ(ELF_GetScopeFunction(), F) << ELF_GetSymName(F);
+            const QString Local = QString::fromUtf8(ELF_GetSymName(ELF_GetSymLocal(F, 0)));
+            const ELF_SYM_LIST Hits = ELF_FindSyms(Local, true, true, false, false, false);
+            ASSERT_FALSE(Hits.empty()) << Local.toStdString();
+            EXPECT_EQ(Hits.front(), ELF_GetSymLocal(F, 0)) << "the local comes before any global of its name";
+        }
+    }
+}
+
 TEST_F(SymbolStore, FileIdsFoldCaseAndFileNamesFindTheirFile) {
     ASSERT_EQ(ELF_Load(Toolchain::FirmwareElfs().first()), 0);
     const std::vector<U32> Ids = ELF_GetFileIds();

@@ -59,6 +59,13 @@ struct STORE {
     U32 Low = NO_FILE;
     U32 High = 0;
     U32 Rejected = 0;
+    /// Per file id: lowest and highest address of its rows; the span of its units' code that holds
+    /// them, and the pieces of that span.
+    QHash<U32, std::pair<U32, U32>> FileRows;
+    QHash<U32, std::pair<U32, U32>> FileRange; ///< start, size
+    QHash<U32, std::vector<std::pair<U32, U32>>> FileRangeList;
+    CIntervalTree<U32> FileTree;
+    QMultiHash<U32, ELF_SYM_HANDLE> FunctionsOfFile;
     /// Abstract origin to its inlined expansions.
     QHash<ELF_SYM_HANDLE, ELF_SYM_LIST> Expansions;
     ELF_SYM_LIST Functions;
@@ -205,8 +212,83 @@ void BuildLineTables(STORE& St, const ELF_FILE* File, const ELF_SYM_LIST& FuncSy
         AddLocation(St, Addr, {FileId, Line, Row.Column}, Row.IsStmt);
         St.Low = std::min(St.Low, Addr);
         St.High = std::max(St.High, Addr);
+        auto Span = St.FileRows.find(FileId);
+        if (Span == St.FileRows.end()) {
+            St.FileRows.insert(FileId, {Addr, Addr});
+        } else {
+            Span->first = std::min(Span->first, Addr);
+            Span->second = std::max(Span->second, Addr);
+        }
     }
     Phase("Parsed source to address mapping table: ", T);
+
+    // The code of each file: the ranges of the units that use it, where its rows lie.
+    for (U32 i = 0; i < SourceCount; ++i) {
+        const U32 Id = IdOfSource[i];
+        const auto Span = St.FileRows.constFind(Id);
+        if (Id == NO_FILE || Span == St.FileRows.constEnd() || St.FileRangeList.contains(Id)) {
+            continue;
+        }
+        std::vector<std::pair<U64, U64>> Pieces;
+        for (ELF_SYM_HANDLE Unit : ELF_GetSourceFileUnits(File, i)) {
+            for (U32 r = 0, n = ELF_GetSymRangeCount(Unit); r < n; ++r) {
+                const U64 Lo = ELF_AlignInst(static_cast<U32>(ELF_GetSymLowPC(Unit, r)));
+                const U64 Hi = ELF_GetSymHighPC(Unit, r);
+                if (Hi > Lo && Lo != 0 && Hi - Lo < ABSURD_RANGE && Lo <= Span->second && Hi > Span->first) {
+                    Pieces.push_back({Lo, Hi});
+                }
+            }
+        }
+        if (Pieces.empty()) {
+            continue;
+        }
+        std::sort(Pieces.begin(), Pieces.end());
+        std::vector<std::pair<U32, U32>> Merged;
+        U64 Lo = Pieces.front().first;
+        U64 Hi = Pieces.front().second;
+        for (const auto& P : Pieces) {
+            if (P.first > Hi) {
+                Merged.push_back({static_cast<U32>(Lo), static_cast<U32>(Hi - Lo)});
+                Lo = P.first;
+            }
+            Hi = std::max(Hi, P.second);
+        }
+        Merged.push_back({static_cast<U32>(Lo), static_cast<U32>(Hi - Lo)});
+        St.FileRange.insert(
+            Id, {Merged.front().first, Merged.back().first + Merged.back().second - Merged.front().first});
+        St.FileRangeList.insert(Id, std::move(Merged));
+    }
+    Phase("parsed file address ranges: ", T);
+
+    // Rows of code a linker dropped, left in the line table of a file whose code lies elsewhere.
+    std::vector<U32> Kept;
+    Kept.reserve(St.AddressList.size());
+    for (U32 Addr : St.AddressList) {
+        CSrcLocList& Locs = St.AddressMap[Addr];
+        for (auto L = Locs.begin(); L != Locs.end();) {
+            const auto R = St.FileRange.constFind(L->File);
+            if (R != St.FileRange.constEnd() && R->second &&
+                (Addr < R->first || Addr - R->first >= R->second)) {
+                auto& Entries = St.LineMap[LineKey(L->File, L->Line)];
+                Entries.erase(std::remove_if(Entries.begin(), Entries.end(),
+                                             [Addr](const LINE_ENTRY& E) { return E.Addr == Addr; }),
+                              Entries.end());
+                if (Entries.empty()) {
+                    St.LineMap.remove(LineKey(L->File, L->Line));
+                }
+                L = Locs.erase(L);
+            } else {
+                ++L;
+            }
+        }
+        if (Locs.empty()) {
+            St.AddressMap.remove(Addr);
+        } else {
+            Kept.push_back(Addr);
+        }
+    }
+    St.AddressList.swap(Kept);
+    Phase("Cleaned up address mapping table: ", T);
 }
 
 } // namespace
@@ -374,6 +456,39 @@ void ELF_BuildSymbolStore() {
     }
     St.FunctionTree.Build(std::move(Intervals));
     Phase("build function interval tree: ", T);
+
+    std::vector<CIntervalTree<U32>::INTERVAL> FileIntervals;
+    for (auto It = St.FileRange.constBegin(); It != St.FileRange.constEnd(); ++It) {
+        if (It->second) {
+            const U64 Stop = std::min<U64>(static_cast<U64>(It->first) + It->second, 0x100000000ull) - 2;
+            FileIntervals.push_back({It->first, std::max<U64>(Stop, It->first), It.key()});
+        }
+    }
+    St.FileTree.Build(std::move(FileIntervals));
+    Phase("build file interval tree: ", T);
+
+    const auto FileAt = [&St](U32 Addr) -> I64 {
+        std::vector<U32> Files;
+        St.FileTree.Query(Addr, Files);
+        return Files.empty() ? -1 : static_cast<I64>(Files.back());
+    };
+    for (ELF_SYM_HANDLE H : St.Functions) {
+        U32 Start = 0;
+        U32 Size = 0;
+        RangeOf(H, Start, Size);
+        if (const I64 Id = Start ? FileAt(Start) : -1; Id >= 0) {
+            St.FunctionsOfFile.insert(static_cast<U32>(Id), H);
+        }
+    }
+    for (ELF_SYM_HANDLE H : Inlined) {
+        U32 Start = 0;
+        U32 Size = 0;
+        RangeOf(H, Start, Size);
+        if (const I64 Id = Start ? FileAt(Start) : -1; Id >= 0) {
+            St.FunctionsOfFile.insert(static_cast<U32>(Id), H);
+        }
+    }
+    Phase("hashed file functions: ", T);
 
     // The lists the name search goes through; their hashes come with the first search.
     for (int List : {ELF_LIST_GLOBALS, ELF_LIST_INLINE_FUNCTIONS, ELF_LIST_FUNCTIONS, ELF_LIST_NAMESPACES,
@@ -603,6 +718,24 @@ std::vector<U32> ELF_GetFileIds() {
     std::vector<U32> Ids(S().FilePaths.keyBegin(), S().FilePaths.keyEnd());
     std::sort(Ids.begin(), Ids.end());
     return Ids;
+}
+
+I64 ELF_GetFileAt(U32 Addr) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    std::vector<U32> Files;
+    S().FileTree.Query(Addr, Files);
+    return Files.empty() ? -1 : static_cast<I64>(Files.back());
+}
+
+std::pair<U32, U32> ELF_GetFileRange(U32 Id) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return S().FileRange.value(Id, {0, 0});
+}
+
+ELF_SYM_LIST ELF_GetFunctionsOfFile(U32 Id) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const QList<ELF_SYM_HANDLE> L = S().FunctionsOfFile.values(Id);
+    return ELF_SYM_LIST(L.begin(), L.end());
 }
 
 U32 ELF_GetLowAddr() {

@@ -72,6 +72,13 @@ I64 ELF_GetFileId(const QString& Path);
 QString ELF_GetFilePath(U32 Id);
 std::vector<U32> ELF_GetFileIds();
 
+/// The file whose code holds the address (from the units that use it), -1 for none.
+I64 ELF_GetFileAt(U32 Addr);
+/// The span of a file's code: start and size, (0, 0) if unknown.
+std::pair<U32, U32> ELF_GetFileRange(U32 Id);
+/// The functions and inlined calls that start in a file's code.
+ELF_SYM_LIST ELF_GetFunctionsOfFile(U32 Id);
+
 /// Lowest and highest address of the line tables (0xFFFFFFFF and 0 without rows).
 U32 ELF_GetLowAddr();
 U32 ELF_GetHighAddr();

@@ -70,6 +70,35 @@ TEST_F(SymbolStore, AddressesAgreeWithAddr2Line) {
             Set.insert(static_cast<U32>(A));
         }
         ASSERT_FALSE(Set.empty());
+        // No row of live code is lost: every row address objdump decodes inside a function symbol is here.
+        {
+            const std::vector<Toolchain::Symbol> Syms = Toolchain::ReadSymbols(Elf);
+            static const QRegularExpression Row(R"(^\S+\s+\d+\s+0x([0-9a-f]+))");
+            int Missing = 0;
+            int LiveRows = 0;
+            QString First;
+            for (const QString& L :
+                 Toolchain::Run(ARNEX_TEST_OBJDUMP, {QStringLiteral("--dwarf=decodedline"), Elf})
+                     .split('\n')) {
+                const QRegularExpressionMatch M = Row.match(L);
+                if (!M.hasMatch()) {
+                    continue;
+                }
+                const U32 A = M.captured(1).toUInt(nullptr, 16) & ~1u;
+                bool Live = false;
+                for (const Toolchain::Symbol& Sym : Syms) {
+                    Live |= Sym.Type == QLatin1String("FUNC") && Sym.Size && A >= (Sym.Value & ~1u) &&
+                            A < (Sym.Value & ~1u) + Sym.Size;
+                }
+                LiveRows += Live;
+                if (Live && !Set.count(A)) {
+                    First = First.isEmpty() ? L : First;
+                    ++Missing;
+                }
+            }
+            EXPECT_EQ(Missing, 0) << First.toStdString();
+            EXPECT_GT(LiveRows, 20);
+        }
         const std::vector<U32> Addrs(Set.begin(), Set.end());
         const std::vector<ORACLE_ROW> Oracle = Addr2Line(Elf, Addrs);
         ASSERT_EQ(Oracle.size(), Addrs.size());
@@ -284,6 +313,40 @@ TEST_F(SymbolStore, TheScopeGivesTheLocalsOfTheFunctionAtThePc) {
             ASSERT_FALSE(Hits.empty()) << Local.toStdString();
             EXPECT_EQ(Hits.front(), ELF_GetSymLocal(F, 0)) << "the local comes before any global of its name";
         }
+    }
+}
+
+TEST_F(SymbolStore, FilesHoldTheirCodeAndTheirFunctions) {
+    for (const QString& Elf : Toolchain::FirmwareElfs()) {
+        SCOPED_TRACE(Elf.toStdString());
+        ASSERT_EQ(ELF_Load(Elf), 0);
+        // Every row lies in the code of its file.
+        for (I64 A = ELF_GetNextAddr(0); A >= 0; A = ELF_GetNextAddr(static_cast<U32>(A))) {
+            for (const CSrcLoc& L : ELF_GetSrcLocsAt(static_cast<U32>(A))) {
+                const auto [Start, Size] = ELF_GetFileRange(L.File);
+                if (Size) {
+                    EXPECT_TRUE(A >= Start && A < static_cast<I64>(Start) + Size)
+                        << std::hex << A << " " << ELF_GetFilePath(L.File).toStdString();
+                }
+            }
+        }
+        // Each function of the program's own source is among the functions of the file at its start.
+        const QString Name = QFileInfo(Elf).fileName().section(QLatin1Char('-'), 0, 0) + QStringLiteral(".c");
+        const I64 Id = ELF_GetFileId(Name);
+        ASSERT_GE(Id, 0);
+        const ELF_SYM_LIST Own = ELF_GetFunctionsOfFile(static_cast<U32>(Id));
+        int Found = 0;
+        for (ELF_SYM_HANDLE F : ELF_GetFunctions()) {
+            const U32 Start = static_cast<U32>(ELF_GetSymLowPC(F, 0)) & ~1u;
+            if (ELF_GetHandleKind(F) == ELF_SYM_KIND_DEBUG && Start &&
+                QString::fromUtf8(ELF_GetSymDeclFile(F, 0x3A)).endsWith(Name)) {
+                EXPECT_EQ(ELF_GetFileAt(Start), Id) << ELF_GetSymName(F);
+                EXPECT_NE(std::find(Own.begin(), Own.end(), F), Own.end()) << ELF_GetSymName(F);
+                ++Found;
+            }
+        }
+        EXPECT_GT(Found, 0);
+        EXPECT_EQ(ELF_GetFileAt(0xFFFFFFF0u), -1);
     }
 }
 

@@ -472,20 +472,15 @@ void ELF_BuildSymbolStore() {
         St.FileTree.Query(Addr, Files);
         return Files.empty() ? -1 : static_cast<I64>(Files.back());
     };
-    for (ELF_SYM_HANDLE H : St.Functions) {
-        U32 Start = 0;
-        U32 Size = 0;
-        RangeOf(H, Start, Size);
-        if (const I64 Id = Start ? FileAt(Start) : -1; Id >= 0) {
-            St.FunctionsOfFile.insert(static_cast<U32>(Id), H);
-        }
-    }
-    for (ELF_SYM_HANDLE H : Inlined) {
-        U32 Start = 0;
-        U32 Size = 0;
-        RangeOf(H, Start, Size);
-        if (const I64 Id = Start ? FileAt(Start) : -1; Id >= 0) {
-            St.FunctionsOfFile.insert(static_cast<U32>(Id), H);
+    // Functions and inlined calls go under the file of their first address.
+    for (const ELF_SYM_LIST* List : {&St.Functions, &Inlined}) {
+        for (ELF_SYM_HANDLE H : *List) {
+            U32 Start = 0;
+            U32 Size = 0;
+            RangeOf(H, Start, Size);
+            if (const I64 Id = Start ? FileAt(Start) : -1; Id >= 0) {
+                St.FunctionsOfFile.insert(static_cast<U32>(Id), H);
+            }
         }
     }
     Phase("hashed file functions: ", T);

@@ -6,8 +6,10 @@
 
 #include "program/DwarfReader.h"
 #include "program/ElfParser.h"
+#include "program/ElfWrapper.h"
 #include "program/FileWorker.h"
 #include "program/RecordParser.h"
+#include "program/SymbolStore.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -310,6 +312,34 @@ QByteArray ReadAll(const QString& Path) {
 
 } // namespace
 
+/// Look-ups of every kind over the loaded program, at its row addresses and around them.
+static U64 ExerciseStore() {
+    U64 Sum = 0;
+    int Steps = 0;
+    for (I64 A = ELF_GetNextAddr(0); A >= 0 && Steps < 200;
+         A = ELF_GetNextAddr(static_cast<U32>(A)), ++Steps) {
+        const U32 Addr = static_cast<U32>(A);
+        Sum += ELF_GetFuncAt(Addr, false) + ELF_GetFuncAt(Addr + 2, true) + ELF_GetFuncListAt(Addr).size();
+        const CSrcLoc L = ELF_GetSrcLocAt(Addr + 1);
+        Sum +=
+            L.Line + ELF_GetAddrsOfLine(L).size() + ELF_GetNextCodeLine(L).Line + ELF_GetPrevCodeLine(L).Line;
+        Sum += static_cast<U64>(ELF_GetFileAt(Addr)) + ELF_GetSrcLocsAt(Addr).size();
+    }
+    for (ELF_SYM_HANDLE F : ELF_GetFunctions()) {
+        if (const char* Name = ELF_GetSymName(F)) {
+            Sum += ELF_FindSyms(QString::fromUtf8(Name), true, true, true, true, true).size();
+        }
+        ELF_SetScope(static_cast<U32>(ELF_GetSymLowPC(F, 0)));
+        if (++Steps > 400) {
+            break;
+        }
+    }
+    for (U32 Id : ELF_GetFileIds()) {
+        Sum += ELF_GetFunctionsOfFile(Id).size() + ELF_GetFileRange(Id).second;
+    }
+    return Sum + static_cast<U64>(ELF_GetEntryFuncPC());
+}
+
 int main(int argc, char** argv) {
     QCoreApplication App(argc, argv);
     U64 Runs = 200000;
@@ -383,6 +413,7 @@ int main(int argc, char** argv) {
     U64 Blocks = 0;
     U64 Sum = 0;
     U64 PerKind[KIND_COUNT] = {};
+    U64 Stored = 0;
     for (U64 Run = 0; Run < Runs; ++Run) {
         const Seed& S = Seeds[Fuzz.Below(Seeds.size())];
         const QByteArray Input = Fuzz.Mutate(S, Seeds);
@@ -403,6 +434,13 @@ int main(int argc, char** argv) {
                 Blocks += Worker->ReadFile(Path).size();
                 ELF_Close(F);
             }
+            // Every eighth file goes through the whole program load as well: the symbol store's pass
+            // and its look-ups on what the damaged debug information gave.
+            if (Run % 8 == 0 && ELF_Load(Path, [](const ELF_ERROR_RECORD&, void*) {}) == 0) {
+                Sum += ExerciseStore();
+                ++Stored;
+                ELF_Unload();
+            }
         } else {
             Sum += ParseLines(Input, S.Kind);
             Blocks += Worker->ReadFile(Path, Run % 2 ? -1 : 0x20000000).size();
@@ -410,11 +448,11 @@ int main(int argc, char** argv) {
     }
     std::printf(
         "fuzz_program: %llu inputs (%llu ELF, %llu Intel Hex, %llu S-record) in %.1f s; %llu ELF files "
-        "opened, %llu blocks read, checksum %llx\n",
+        "opened, %llu loaded with their symbol store, %llu blocks read, checksum %llx\n",
         static_cast<unsigned long long>(Runs), static_cast<unsigned long long>(PerKind[KIND_ELF]),
         static_cast<unsigned long long>(PerKind[KIND_HEX]),
         static_cast<unsigned long long>(PerKind[KIND_SREC]), Timer.elapsed() / 1000.0,
-        static_cast<unsigned long long>(Opened), static_cast<unsigned long long>(Blocks),
-        static_cast<unsigned long long>(Sum));
+        static_cast<unsigned long long>(Opened), static_cast<unsigned long long>(Stored),
+        static_cast<unsigned long long>(Blocks), static_cast<unsigned long long>(Sum));
     return 0;
 }

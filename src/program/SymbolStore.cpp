@@ -834,6 +834,69 @@ ELF_SYM_LIST ELF_FindSyms(const QString& Name, bool DebugSyms, bool LocalSyms, b
     return Out;
 }
 
+namespace {
+
+constexpr U32 DW_TAG_LEXICAL_BLOCK = 0x0B;
+constexpr U32 DW_TAG_CLASS = 0x02;
+constexpr U32 DW_TAG_STRUCT = 0x13;
+constexpr U32 DW_TAG_UNION = 0x17;
+constexpr U32 DW_TAG_NAMESPACE = 0x39;
+constexpr U32 DW_TAG_COMPILE_UNIT = 0x11;
+
+QString PlainName(ELF_SYM_HANDLE H) {
+    const QString Name = QString::fromUtf8(ELF_GetSymName(H));
+    if (ELF_GetSymTag(H) == DW_TAG_COMPILE_UNIT &&
+        (Name.endsWith(QLatin1String("<built-in>")) || Name.endsWith(QLatin1String("<stdin>")))) {
+        U32 Start = 0;
+        U32 Size = 0;
+        RangeOf(H, Start, Size);
+        const I64 File = Start ? ELF_GetFileAt(Start) : -1;
+        return File >= 0 ? ELF_GetFilePath(static_cast<U32>(File)) : Name;
+    }
+    return Name;
+}
+
+bool IsTypeOrScope(U32 Tag) {
+    return Tag == DW_TAG_NAMESPACE || Tag == DW_TAG_CLASS || Tag == DW_TAG_STRUCT || Tag == DW_TAG_UNION ||
+           Tag == DW_TAG_COMPILE_UNIT;
+}
+
+} // namespace
+
+QString ELF_GetSymDisplayName(ELF_SYM_HANDLE Handle, int Mode) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const QString Plain = PlainName(Handle);
+    if (Mode == 0 || ELF_GetHandleKind(Handle) != ELF_SYM_KIND_DEBUG || Plain.isEmpty()) {
+        return Plain;
+    }
+    if (Mode == 2 && ELF_FindSyms(Plain, true, true, false, false, false).size() < 2) {
+        return Plain;
+    }
+    // Scopes from the inside out: functions, blocks, classes (structures and unions too, which C++ code
+    // uses as classes), namespaces; the unit's file name only for a symbol at file scope.
+    QStringList Parts;
+    bool ScopeSeen = IsTypeOrScope(ELF_GetSymTag(Handle));
+    for (ELF_SYM_HANDLE S : ELF_GetSymScopes(Handle)) {
+        const U32 Tag = ELF_GetSymTag(S);
+        if (Tag == DW_TAG_COMPILE_UNIT) {
+            if (!ScopeSeen) {
+                Parts.prepend(PlainName(S).section(QLatin1Char('/'), -1).section(QLatin1Char('\\'), -1));
+            }
+            break;
+        }
+        if (Tag != DW_TAG_LEXICAL_BLOCK && Tag != DW_TAG_SUBPROGRAM && !IsTypeOrScope(Tag)) {
+            continue;
+        }
+        ScopeSeen |= IsTypeOrScope(Tag);
+        const QString Name = PlainName(S);
+        if (!Name.isEmpty()) {
+            Parts.prepend(Name);
+        }
+    }
+    Parts.append(Plain);
+    return Parts.join(QLatin1String("::"));
+}
+
 void ELF_SetScope(U32 Pc) {
     QMutexLocker Lock(&ELF_GetDataMutex());
     STORE& St = S();

@@ -93,6 +93,9 @@ I64 ELF_GetEntryFuncPC();
 /// calls first (the latest first), then the other debug entries, then the ELF symbols.
 ELF_SYM_LIST ELF_FindSyms(const QString& Name, bool DebugSyms, bool LocalSyms, bool Types, bool ElfSyms,
                           bool Sorted);
+/// The name a view shows: mode 0 the plain name, mode 1 with its scopes in front ("geometry::Circle::Area";
+/// a file-scope symbol gets its unit's file name), mode 2 the same only where the plain name is not unique.
+QString ELF_GetSymDisplayName(ELF_SYM_HANDLE Handle, int Mode);
 /// Makes the function at Pc the current scope of the local name search.
 void ELF_SetScope(U32 Pc);
 /// The function of the current scope, 0 before any.

@@ -350,6 +350,43 @@ TEST_F(SymbolStore, FilesHoldTheirCodeAndTheirFunctions) {
     }
 }
 
+TEST_F(SymbolStore, DisplayNamesCarryTheirScopes) {
+    const QStringList Elfs = CorpusElfs().filter(QRegularExpression("cxx-O1"));
+    ASSERT_EQ(Elfs.size(), 1);
+    ASSERT_EQ(ELF_Load(Elfs.first()), 0);
+    const auto First = [](const char* Name) {
+        const ELF_SYM_LIST L = ELF_FindSyms(QString::fromLatin1(Name), true, false, false, false, true);
+        return L.empty() ? ELF_SYM_HANDLE(0) : L.front();
+    };
+    const ELF_SYM_HANDLE Count = First("Count");
+    ASSERT_NE(Count, 0u);
+    EXPECT_EQ(ELF_GetSymDisplayName(Count, 0), "Count");
+    EXPECT_EQ(ELF_GetSymDisplayName(Count, 1), "geometry::Shape::Count");
+    const ELF_SYM_HANDLE Buffer = First("g_Buffer");
+    ASSERT_NE(Buffer, 0u);
+    EXPECT_EQ(ELF_GetSymDisplayName(Buffer, 1), "cxx_user.cpp::g_Buffer") << "file scope: the unit's file";
+    EXPECT_EQ(ELF_GetSymDisplayName(Buffer, 2), "g_Buffer") << "a unique name stays plain";
+    // Every method of the program's classes is named as gdb demangles it, up to its parameters.
+    int Methods = 0;
+    for (const Toolchain::NmEntry& E : Toolchain::ReadNm(Elfs.first())) {
+        if (!E.Name.startsWith(QLatin1String("_ZNK8geometry")) &&
+            !E.Name.startsWith(QLatin1String("_ZN8geometry"))) {
+            continue;
+        }
+        const QString Demangled = Toolchain::Run(QStringLiteral("arm-none-eabi-c++filt"), {E.Name})
+                                      .trimmed()
+                                      .section(QLatin1Char('('), 0, 0);
+        const ELF_SYM_HANDLE F = ELF_GetFuncAt(E.Value & ~1u, true);
+        if (!F || ELF_GetHandleKind(F) != ELF_SYM_KIND_DEBUG || Demangled.contains(QLatin1Char('<')) ||
+            Demangled.contains(QLatin1Char('~'))) {
+            continue; // templates print their arguments, destructors their variants
+        }
+        EXPECT_EQ(ELF_GetSymDisplayName(F, 1), Demangled) << E.Name.toStdString();
+        ++Methods;
+    }
+    EXPECT_GE(Methods, 1) << "optimised code keeps few methods out of line";
+}
+
 TEST_F(SymbolStore, FileIdsFoldCaseAndFileNamesFindTheirFile) {
     ASSERT_EQ(ELF_Load(Toolchain::FirmwareElfs().first()), 0);
     const std::vector<U32> Ids = ELF_GetFileIds();

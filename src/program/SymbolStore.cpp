@@ -66,6 +66,8 @@ struct STORE {
     QHash<U32, std::vector<std::pair<U32, U32>>> FileRangeList;
     CIntervalTree<U32> FileTree;
     QMultiHash<U32, ELF_SYM_HANDLE> FunctionsOfFile;
+    /// Call frame descriptions: sorted low pcs and, at the same index, their high pcs.
+    std::vector<U32> FdeStarts, FdeEnds;
     /// Abstract origin to its inlined expansions.
     QHash<ELF_SYM_HANDLE, ELF_SYM_LIST> Expansions;
     ELF_SYM_LIST Functions;
@@ -485,6 +487,21 @@ void ELF_BuildSymbolStore() {
     }
     Phase("hashed file functions: ", T);
 
+    std::map<U32, U32> Fdes;
+    for (U32 i = 0, n = ELF_GetFdeCount(File); i < n; ++i) {
+        U64 Lo = 0;
+        U64 Hi = 0;
+        if (ELF_GetFdeRange(File, i, Lo, Hi) && Lo <= Hi && Hi <= 0xFFFFFFFFull) {
+            U32& End = Fdes[static_cast<U32>(Lo)];
+            End = std::max(End, static_cast<U32>(Hi));
+        }
+    }
+    for (const auto& [Lo, Hi] : Fdes) {
+        St.FdeStarts.push_back(Lo);
+        St.FdeEnds.push_back(Hi);
+    }
+    Phase("parsed call frame information: ", T);
+
     // The lists the name search goes through; their hashes come with the first search.
     for (int List : {ELF_LIST_GLOBALS, ELF_LIST_INLINE_FUNCTIONS, ELF_LIST_FUNCTIONS, ELF_LIST_NAMESPACES,
                      ELF_LIST_UNITS, ELF_LIST_TYPES}) {
@@ -731,6 +748,22 @@ ELF_SYM_LIST ELF_GetFunctionsOfFile(U32 Id) {
     QMutexLocker Lock(&ELF_GetDataMutex());
     const QList<ELF_SYM_HANDLE> L = S().FunctionsOfFile.values(Id);
     return ELF_SYM_LIST(L.begin(), L.end());
+}
+
+bool ELF_GetFdeSpanAt(U32 Addr, U32& Low, U32& High) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const std::vector<U32>& Starts = S().FdeStarts;
+    const auto It = std::upper_bound(Starts.begin(), Starts.end(), Addr);
+    if (It == Starts.begin()) {
+        return false;
+    }
+    const size_t i = static_cast<size_t>(It - Starts.begin()) - 1;
+    if (Addr >= S().FdeEnds[i]) {
+        return false;
+    }
+    Low = Starts[i];
+    High = S().FdeEnds[i];
+    return true;
 }
 
 U32 ELF_GetLowAddr() {

@@ -79,6 +79,10 @@ std::pair<U32, U32> ELF_GetFileRange(U32 Id);
 /// The functions and inlined calls that start in a file's code.
 ELF_SYM_LIST ELF_GetFunctionsOfFile(U32 Id);
 
+/// The call frame description that covers the address: its low and high pc (the highest of those that
+/// start at the same low pc); false where none does.
+bool ELF_GetFdeSpanAt(U32 Addr, U32& Low, U32& High);
+
 /// Lowest and highest address of the line tables (0xFFFFFFFF and 0 without rows).
 U32 ELF_GetLowAddr();
 U32 ELF_GetHighAddr();

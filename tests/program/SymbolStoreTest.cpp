@@ -387,6 +387,38 @@ TEST_F(SymbolStore, DisplayNamesCarryTheirScopes) {
     EXPECT_GE(Methods, 1) << "optimised code keeps few methods out of line";
 }
 
+TEST_F(SymbolStore, FrameDescriptionsCoverWhatReadelfSays) {
+    static const QRegularExpression Fde(R"(FDE cie=[0-9a-f]+ pc=([0-9a-f]+)\.\.([0-9a-f]+))");
+    for (const QString& Elf : CorpusElfs()) {
+        SCOPED_TRACE(Elf.toStdString());
+        ASSERT_EQ(ELF_Load(Elf), 0);
+        std::map<U32, U32> Expected;
+        const QString Frames =
+            Toolchain::Run(QStringLiteral(ARNEX_TEST_READELF), {QStringLiteral("--debug-dump=frames"), Elf});
+        for (auto It = Fde.globalMatch(Frames); It.hasNext();) {
+            const QRegularExpressionMatch M = It.next();
+            U32& End = Expected[M.captured(1).toUInt(nullptr, 16)];
+            End = std::max(End, M.captured(2).toUInt(nullptr, 16));
+        }
+        ASSERT_FALSE(Expected.empty());
+        for (const auto& [Lo, Hi] : Expected) {
+            if (Hi == Lo) {
+                continue; // an empty description covers nothing
+            }
+            U32 Low = 0;
+            U32 High = 0;
+            ASSERT_TRUE(ELF_GetFdeSpanAt(Lo, Low, High)) << std::hex << Lo;
+            // Descriptions of removed code (at 0) may overlap each other; the one that starts here answers.
+            EXPECT_EQ(Low, Lo);
+            EXPECT_EQ(High, Hi) << std::hex << Lo;
+            ASSERT_TRUE(ELF_GetFdeSpanAt(Hi - 1, Low, High));
+        }
+        U32 Low = 0;
+        U32 High = 0;
+        EXPECT_FALSE(ELF_GetFdeSpanAt(0xFFFFFFF0u, Low, High));
+    }
+}
+
 TEST_F(SymbolStore, FileIdsFoldCaseAndFileNamesFindTheirFile) {
     ASSERT_EQ(ELF_Load(Toolchain::FirmwareElfs().first()), 0);
     const std::vector<U32> Ids = ELF_GetFileIds();

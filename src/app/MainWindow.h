@@ -316,6 +316,7 @@ private:
     bool LoadProgramFile(const QString& Path);
     void OnProgramLoaderFinished(const QString& Path, int Result);
     void StoreProgramData(const QString& Path);
+    void ResolveProgramSources();
 
     // Projects (MainWindowProject*.cpp, MainWindowUserFile.cpp).
     void ConnectProject();

@@ -10,6 +10,7 @@
 #include "app/core/Paths.h"
 #include "app/core/ScriptConstants.h"
 #include "program/ElfWrapper.h"
+#include "program/FileFinder.h"
 #include "program/FileKinds.h"
 #include "program/FileWorker.h"
 #include "program/SymbolStore.h"
@@ -172,6 +173,7 @@ void CMainWindow::OnDataFileOpened(const QString& Path) {
         emit DataFileOpened(Path);
         StoreProgramData(Path);
         LogInfoMsg(QStringLiteral("File.Open: completed in %1 ms").arg(m_LoadTime.elapsed()));
+        ResolveProgramSources();
     } else {
         m_ProgramPath.clear();
     }
@@ -206,6 +208,19 @@ void CMainWindow::OnDataFileOpened(const QString& Path) {
         m_WaitCursor = false;
     }
     UpdateTitle();
+}
+
+void CMainWindow::ResolveProgramSources() {
+    // Where each source of the program is on this machine, so that the statistics tell at once how many
+    // the project's paths fail to find.
+    CFileFinder* Finder = CFileFinder::Instance();
+    Finder->ClearStatistics();
+    for (U32 Id : ELF_GetFileIds()) {
+        Finder->ResolveSourcePath(ELF_GetFilePath(Id));
+    }
+    LogDebugMsg(QStringLiteral("Source files: %1 found, %2 not found")
+                    .arg(Finder->GetResolvedFiles().size())
+                    .arg(Finder->GetUnresolvedFiles().size()));
 }
 
 void CMainWindow::StoreProgramData(const QString& Path) {

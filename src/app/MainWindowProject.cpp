@@ -15,6 +15,7 @@
 #include "app/core/SysVars.h"
 #include "app/session/SessionController.h"
 #include "probe/Tarvo.h"
+#include "program/FileFinder.h"
 #include "script/Project.h"
 #include "script/ProjectText.h"
 #include "script/TScript.h"
@@ -135,8 +136,10 @@ void CMainWindow::OnProjectFileClosed(const QString& Path) {
     for (CWindow* W : m_DebugWindows) {
         W->OnProjectFileClosed(Path);
     }
-    // What the project configured ends with it, the core plug-in of its device included.
+    // What the project configured ends with it, the core plug-in of its device and its source paths
+    // included.
     GetDeviceConfig().Reset();
+    CFileFinder::Instance()->Reset();
     CorePluginLoader::SetProjectPath(QString());
     CoreBinding::Unload();
     const SYSVAR_INFO* Flags = SysVars::GetVarRow(PREF_SESSION_SAVE_FLAGS);

@@ -13,8 +13,8 @@
 #include "app/core/Paths.h"
 #include "app/core/ScriptConstants.h"
 #include "app/core/SysVars.h"
+#include "program/FileFinder.h"
 #include "script/Project.h"
-#include "script/ProjectPaths.h"
 #include "script/ProjectText.h"
 #include "script/TScript.h"
 #include "target/DeviceConfig.h"
@@ -30,29 +30,10 @@ namespace {
 
 constexpr I32 TRACE_SOURCE_SWO = 3;
 
-/// A file named by a project command: macros expanded; a relative name is looked for beside the project,
-/// then in Dirs, then in the working directory. Empty when it isn't found.
-QString ResolveFile(const QString& Text, const QStringList& Dirs = QStringList()) {
-    const QString Path = Paths::ExpandPath(Text.trimmed());
-    if (Path.isEmpty()) {
-        return QString();
-    }
-    const QFileInfo Info(Path);
-    if (Info.isAbsolute()) {
-        return Info.isFile() ? QDir::cleanPath(Info.absoluteFilePath()) : QString();
-    }
-    QStringList Search;
-    if (!TScript::GetScriptDir().isEmpty()) {
-        Search << TScript::GetScriptDir();
-    }
-    Search << Dirs << QDir::currentPath();
-    for (const QString& Dir : Search) {
-        const QFileInfo Candidate(QDir(Dir).filePath(Path));
-        if (Candidate.isFile()) {
-            return QDir::cleanPath(Candidate.absoluteFilePath());
-        }
-    }
-    return QString();
+/// A file named by a project command, found where its kind is kept (beside the project, the program, in
+/// the configuration folders, the plug-in folders, the search directories). Empty when it isn't found.
+QString ResolveFile(const QString& Text) {
+    return CFileFinder::Instance()->ResolvePath(Text.trimmed());
 }
 
 /// A path as given, made absolute against the project's directory (or the working directory).
@@ -164,10 +145,7 @@ void CMainWindow::OnActionProjectAddSvdFileTriggered() {
         Commands::SetCommandError(CMD_ADD_SVD_FILE, QStringLiteral("invalid parameter"));
         return;
     }
-    // Register descriptions are kept in the configuration folders of the installation too.
-    const QString Path =
-        ResolveFile(Given, {Paths::GetConfigDir(), Paths::GetConfigDir() + QStringLiteral("CPU/"),
-                            Paths::GetPeripheralsDir()});
+    const QString Path = ResolveFile(Given);
     // The file is kept in the list even when it is missing, so that the project check names it.
     CProject::Instance()->AddSvdFile(Path.isEmpty() ? Paths::ExpandPath(Given) : Path);
     if (Path.isEmpty()) {
@@ -346,21 +324,15 @@ void CMainWindow::OnActionProjectAddMCTSearchRangeTriggered() {
 }
 
 void CMainWindow::OnActionProjectAddRootPathTriggered() {
-    if (!Commands::CheckCommandArgCount(CMD_ADD_ROOT_PATH)) {
-        return;
-    }
-    if (!ProjectPaths::AddRootPath(
-            Paths::ExpandMacros(Commands::GetCommandArgs(CMD_ADD_ROOT_PATH).first()))) {
+    if (Commands::CheckCommandArgCount(CMD_ADD_ROOT_PATH) &&
+        !CFileFinder::Instance()->AddRootPath(Commands::GetCommandArgs(CMD_ADD_ROOT_PATH).first())) {
         Commands::SetCommandError(CMD_ADD_ROOT_PATH, QStringLiteral("invalid parameter"));
     }
 }
 
 void CMainWindow::OnActionProjectAddSearchPathTriggered() {
-    if (!Commands::CheckCommandArgCount(CMD_ADD_SEARCH_PATH)) {
-        return;
-    }
-    if (!ProjectPaths::AddSearchPath(
-            Paths::ExpandMacros(Commands::GetCommandArgs(CMD_ADD_SEARCH_PATH).first()))) {
+    if (Commands::CheckCommandArgCount(CMD_ADD_SEARCH_PATH) &&
+        !CFileFinder::Instance()->AddSearchPath(Commands::GetCommandArgs(CMD_ADD_SEARCH_PATH).first())) {
         Commands::SetCommandError(CMD_ADD_SEARCH_PATH, QStringLiteral("invalid parameter"));
     }
 }
@@ -370,7 +342,7 @@ void CMainWindow::OnActionProjectAddFileAliasTriggered() {
         return;
     }
     const QStringList Args = Commands::GetCommandArgs(CMD_ADD_FILE_ALIAS);
-    if (!ProjectPaths::AddFileAlias(Paths::ExpandMacros(Args[0]), Paths::ExpandMacros(Args[1]))) {
+    if (!CFileFinder::Instance()->AddFileAlias(Args[0], Args[1])) {
         Commands::SetCommandError(CMD_ADD_FILE_ALIAS, QStringLiteral("invalid parameter"));
     }
 }
@@ -380,7 +352,7 @@ void CMainWindow::OnActionProjectAddPathSubstituteTriggered() {
         return;
     }
     const QStringList Args = Commands::GetCommandArgs(CMD_ADD_PATH_SUBSTITUTE);
-    if (!ProjectPaths::AddPathSubstitute(Paths::ExpandMacros(Args[0]), Paths::ExpandMacros(Args[1]))) {
+    if (!CFileFinder::Instance()->AddPathSubstitute(Args[0], Args[1])) {
         Commands::SetCommandError(CMD_ADD_PATH_SUBSTITUTE, QStringLiteral("invalid parameter"));
     }
 }
@@ -391,11 +363,8 @@ void CMainWindow::OnActionProjectSetOSPluginTriggered() {
     }
     const QString Given = Commands::GetCommandArgs(CMD_SET_OS_PLUGIN).first().trimmed();
     // A plug-in is named by its file or by its name alone ("FreeRTOSPlugin").
-    QString Path = ResolveFile(Given, {Paths::GetPluginDir(), Paths::GetPluginDir() + QStringLiteral("OS/")});
-    if (Path.isEmpty() && QFileInfo(Given).suffix().isEmpty()) {
-        Path = ResolveFile(Given + QStringLiteral(".so"),
-                           {Paths::GetPluginDir(), Paths::GetPluginDir() + QStringLiteral("OS/")});
-    }
+    const QString Path =
+        ResolveFile(QFileInfo(Given).suffix().isEmpty() ? Given + QStringLiteral(".so") : Given);
     if (Path.isEmpty()) {
         Commands::SetCommandError(CMD_SET_OS_PLUGIN, QStringLiteral("file not found"));
         return;
@@ -408,10 +377,8 @@ void CMainWindow::OnActionProjectSetCorePluginTriggered() {
         return;
     }
     const QString Given = Commands::GetCommandArgs(CMD_SET_CORE_PLUGIN).first().trimmed();
-    QString Path = ResolveFile(Given, {Paths::GetCorePluginDir(), Paths::GetPluginDir()});
-    if (Path.isEmpty() && QFileInfo(Given).suffix().isEmpty()) {
-        Path = ResolveFile(Given + QStringLiteral(".so"), {Paths::GetCorePluginDir(), Paths::GetPluginDir()});
-    }
+    const QString Path =
+        ResolveFile(QFileInfo(Given).suffix().isEmpty() ? Given + QStringLiteral(".so") : Given);
     if (Path.isEmpty()) {
         Commands::SetCommandError(CMD_SET_CORE_PLUGIN, QStringLiteral("file not found"));
         return;

@@ -13,6 +13,7 @@
 #include "app/core/ScriptConstants.h"
 #include "expr/RegisterFiles.h"
 #include "program/ElfWrapper.h"
+#include "program/FileFinder.h"
 #include "script/Project.h"
 #include "script/TScript.h"
 #include "target/DeviceConfig.h"
@@ -58,7 +59,9 @@ public:
         // Registers are a matter of the device's core; while it is unknown there is nothing to miss.
         return !IsDeviceCoreKnown() || RegisterFiles::HasCpuSVDFileForCore(CoreBinding::GetConfiguredCore());
     }
-    bool CanFindFile(const QString& Path) override { return QFileInfo(Paths::ExpandPath(Path)).isFile(); }
+    bool CanFindFile(const QString& Path) override {
+        return !CFileFinder::Instance()->ResolvePath(Path).isEmpty();
+    }
     bool IsDeviceCoreKnown() override { return GetDeviceConfig().GetParam(DEVICE_INDEX) > 0; }
     bool IsCorePluginLoaded() override { return CorePluginLoader::IsLoaded(); }
     bool IsOSPluginSet() override { return !CProject::Instance()->GetOSPluginPath().isEmpty(); }

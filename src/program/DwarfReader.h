@@ -142,6 +142,8 @@ struct ELF_ARRAY_INFO {
 ELF_ARRAY_INFO ELF_GetArrayInfo(ELF_SYM_HANDLE Handle);
 
 /// A DW_AT_const_value as bytes (a number in the target's byte order); false if none or too large.
+/// A string attribute of the entry itself (DW_AT_comp_dir, DW_AT_producer), empty if absent.
+QString ELF_GetSymStringAttr(ELF_SYM_HANDLE Handle, U32 Attribute);
 bool ELF_GetSymConstValue(ELF_SYM_HANDLE Handle, std::vector<U8>& Bytes);
 
 /// One operation of a location expression, operands as the library decodes them.

@@ -557,6 +557,25 @@ U32 ELF_GetSymBitOffset(ELF_SYM_HANDLE Handle) {
     return static_cast<U32>(Size * 8 >= B + O ? Size * 8 - B - O : 32 - B - O);
 }
 
+QString ELF_GetSymStringAttr(ELF_SYM_HANDLE Handle, U32 Attribute) {
+    U32 Key = 0;
+    DEBUG_INFO* Info = Decode(Handle, Key);
+    ATTR A;
+    if (!Info || !FindAttr(Info, Key, static_cast<Dwarf_Half>(Attribute), A)) {
+        return QString();
+    }
+    QString Text;
+    char* S = nullptr;
+    Dwarf_Error Err = nullptr;
+    if (dwarf_formstring(A.Attr, &S, &Err) == DW_DLV_OK) {
+        Text = QString::fromUtf8(S);
+    } else {
+        DropError(Info->Main->Dbg, Err);
+    }
+    FreeAttr(Info, A);
+    return Text;
+}
+
 bool ELF_GetSymConstValue(ELF_SYM_HANDLE Handle, std::vector<U8>& Bytes) {
     Bytes.clear();
     U32 Key = 0;

@@ -4,6 +4,7 @@
 #include "program/DwarfReader.h"
 #include "program/FileKinds.h"
 #include "program/FileWorker.h"
+#include "program/SymbolFind.h"
 #include "program/SymbolStore.h"
 
 #include <QElapsedTimer>
@@ -79,6 +80,7 @@ void ELF_Unload() {
     Program& Prog = P();
     // The tables hold handles into the file: they go first.
     ELF_ClearSymbolStore();
+    ELF_ClearFindCaches();
     if (Prog.File) {
         ELF_Close(Prog.File);
     }

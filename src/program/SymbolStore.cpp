@@ -6,9 +6,11 @@
 #include "app/core/Log.h"
 #include "program/ElfParser.h"
 #include "program/ElfWrapper.h"
+#include "program/FileFinder.h"
 #include "program/SymbolTree.h"
 
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QHash>
 
 #include <algorithm>
@@ -52,6 +54,8 @@ U64 LineKey(U32 File, U32 Line) {
 struct STORE {
     bool Ready = false;
     QHash<U32, QString> FilePaths;
+    /// Whether the file of an id is on disk where the debug information says (not for alias sources).
+    QHash<U32, bool> FileExists;
     /// Address to its locations, in the order stored (the newest last).
     QHash<U32, CSrcLocList> AddressMap;
     QHash<U64, std::vector<LINE_ENTRY>> LineMap;
@@ -176,6 +180,12 @@ void BuildLineTables(STORE& St, const ELF_FILE* File, const ELF_SYM_LIST& FuncSy
     }
     Phase("Parsed source file paths found in address mapping table: ", T);
     Phase("Parsed source file paths found in source files table: ", T);
+    for (auto It = St.FilePaths.constBegin(); It != St.FilePaths.constEnd(); ++It) {
+        if (!CFileFinder::IsAliasSource(It.key())) {
+            St.FileExists.insert(It.key(), QFileInfo(It.value()).isFile());
+        }
+    }
+    Phase("Initialized file exists flags: ", T);
 
     // The floor: rows below the lowest function are of code the linker dropped.
     U64 Floor = ~0ull;
@@ -461,7 +471,7 @@ void ELF_BuildSymbolStore() {
 
     std::vector<CIntervalTree<U32>::INTERVAL> FileIntervals;
     for (auto It = St.FileRange.constBegin(); It != St.FileRange.constEnd(); ++It) {
-        if (It->second) {
+        if (It->second && !CFileFinder::IsAliasTarget(It.key())) {
             const U64 Stop = std::min<U64>(static_cast<U64>(It->first) + It->second, 0x100000000ull) - 2;
             FileIntervals.push_back({It->first, std::max<U64>(Stop, It->first), It.key()});
         }
@@ -703,9 +713,13 @@ CSrcLoc ELF_GetPrevCodeLine(const CSrcLoc& Loc) {
 
 I64 ELF_GetFileId(const QString& Path) {
     QMutexLocker Lock(&ELF_GetDataMutex());
-    const U32 Id = ELF_FileIdOfPath(Path);
+    U32 Id = ELF_FileIdOfPath(Path);
     if (Id == NO_FILE) {
         return -1;
+    }
+    U32 Target = 0;
+    if (CFileFinder::RedirectFileId(Id, Target)) {
+        return Target;
     }
     if (S().FilePaths.contains(Id)) {
         return Id;
@@ -718,6 +732,35 @@ I64 ELF_GetFileId(const QString& Path) {
         }
     }
     return -1;
+}
+
+int ELF_GetFileExists(U32 Id) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const auto It = S().FileExists.constFind(Id);
+    return It == S().FileExists.constEnd() ? -1 : (*It ? 1 : 0);
+}
+
+QStringList ELF_GetCompDirsOfFile(const QString& Path) {
+    constexpr U32 DW_AT_COMP_DIR = 0x1B;
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    QStringList Dirs;
+    const ELF_FILE* File = ELF_GetProgramElfFile();
+    if (!File) {
+        return Dirs;
+    }
+    const U32 Count = ELF_GetSourceFileCount(File);
+    for (U32 i = 0; i < Count; ++i) {
+        if (QString::fromUtf8(ELF_GetSourceFile(File, i)).compare(Path, Qt::CaseInsensitive) != 0) {
+            continue;
+        }
+        for (ELF_SYM_HANDLE Unit : ELF_GetSourceFileUnits(File, i)) {
+            const QString Dir = ELF_GetSymStringAttr(Unit, DW_AT_COMP_DIR);
+            if (!Dir.isEmpty() && !Dirs.contains(Dir)) {
+                Dirs.append(Dir);
+            }
+        }
+    }
+    return Dirs;
 }
 
 QString ELF_GetFilePath(U32 Id) {

@@ -8,6 +8,7 @@
 #include "program/DwarfReader.h"
 
 #include <QString>
+#include <QStringList>
 
 #include <vector>
 
@@ -68,6 +69,10 @@ CSrcLoc ELF_GetNextCodeLine(const CSrcLoc& Loc);
 CSrcLoc ELF_GetPrevCodeLine(const CSrcLoc& Loc);
 /// The id of a path: its own, else a file of the same name (case ignored); -1 for none or an empty path.
 I64 ELF_GetFileId(const QString& Path);
+/// 1 if the file of the id is on disk at its recorded path, 0 if not, -1 if unknown (or an alias source).
+int ELF_GetFileExists(U32 Id);
+/// The compilation directories of the units whose file tables hold the path.
+QStringList ELF_GetCompDirsOfFile(const QString& Path);
 /// The path as the debug information records it, or an empty text.
 QString ELF_GetFilePath(U32 Id);
 std::vector<U32> ELF_GetFileIds();

@@ -6,7 +6,6 @@
 #include "app/core/CommandTable.h"
 #include "app/core/Log.h"
 #include "app/core/Paths.h"
-#include "script/ProjectPaths.h"
 #include "script/TScript.h"
 #include "script/TextCodec.h"
 
@@ -116,7 +115,6 @@ void CProject::Close() {
     }
     TScript::RequestStop();
     TScript::Close();
-    ProjectPaths::Reset();
     m_Warnings.clear();
     m_SvdFiles.clear();
     m_DefaultCpuFile.clear();

@@ -5,8 +5,8 @@
 
 #include "app/WarningsDialog.h"
 #include "app/core/SysVars.h"
+#include "program/FileFinder.h"
 #include "script/Project.h"
-#include "script/ProjectPaths.h"
 #include "target/DeviceConfig.h"
 #include "target/DeviceDataModel.h"
 #include "target/ui/DeviceSelectionDialog.h"
@@ -40,6 +40,7 @@ protected:
 
     QString Write(const QString& Name, const QByteArray& Text) {
         const QString Path = m_Dir.filePath(Name);
+        QDir().mkpath(QFileInfo(Path).absolutePath());
         QFile F(Path);
         F.open(QIODevice::WriteOnly | QIODevice::Truncate);
         F.write(Text);
@@ -199,11 +200,11 @@ TEST_F(ProjectFlowTest, SessionCommandsSetTheirVariables) {
     EXPECT_EQ(SysVars::GetVarValue(PREF_SESSION_SAVE_FLAGS), 4);
     Run("Project.AddRootPath (\"C:\\\\src\\\\..\\\\proj\")");
     Run("Project.AddFileAlias (\"/old/a.c\", \"/new/a.c\")");
-    EXPECT_EQ(ProjectPaths::GetRootPaths(), QStringList({"C:/proj"}));
-    EXPECT_EQ(ProjectPaths::GetFileAliases().value("/old/a.c"), "/new/a.c");
+    EXPECT_EQ(CFileFinder::Instance()->GetRootPaths(), QStringList({"C:/proj"}));
+    EXPECT_EQ(CFileFinder::Instance()->GetFileAliases().value("/old/a.c"), "/new/a.c");
     Run("File.NewProject");
     EXPECT_EQ(SysVars::GetVarValue(PREF_SESSION_SAVE_FLAGS), 0) << "for the session of that project only";
-    EXPECT_TRUE(ProjectPaths::GetRootPaths().isEmpty());
+    EXPECT_TRUE(CFileFinder::Instance()->GetRootPaths().isEmpty());
     for (I32 Id : {VAR_MCT_ENABLED, VAR_SEMIHOSTING_ENABLED, VAR_TRACE_SOURCE, VAR_TRACE_PORT_WIDTH,
                    VAR_TRACE_PORT_DELAY_1, VAR_TRACE_PORT_DELAY_2, VAR_TRACE_PORT_DELAY_3, VAR_SWO_SPEED,
                    VAR_SWO_CPU_SPEED, VAR_BREAKPOINT_TYPE}) {
@@ -277,6 +278,26 @@ TEST_F(ProjectFlowTest, AProjectThatNamesNoCpuFileGetsItsCoresOwn) {
     EXPECT_TRUE(CProject::Instance()->GetDefaultCpuFile().isEmpty());
     EXPECT_TRUE(Lines.filter("loading default").isEmpty());
     EXPECT_EQ(m_Dialogs, 0);
+    m_Answer = nullptr;
+}
+
+TEST_F(ProjectFlowTest, FilesOfTheProjectAreFoundThroughItsSearchPaths) {
+    AnswerWarnings(&CWarningsDialog::GetIgnoreButton);
+    const QString Svd = Write("descriptions/periph.svd", "<device><name>X</name><peripherals/></device>");
+    const QByteArray Body =
+        "void OnProjectLoad (void) {\n  Project.SetDevice (\"STM32F407VG\");\n"
+        "  Project.AddSearchPath (\"descriptions\");\n  Project.AddSvdFile (\"periph.svd\");\n"
+        "  Project.AddSvdFile (\"gone.svd\");\n}\n";
+    const QStringList Lines = Run("File.Open (\"" + Write("search.tvproj", Body) + "\")");
+    EXPECT_EQ(CProject::Instance()->GetSvdFiles().first(), QDir::cleanPath(Svd));
+    EXPECT_EQ(Lines.filter("File path resolved: \"periph.svd\" was found at \"" + QDir::cleanPath(Svd) + "\"")
+                  .size(),
+              1)
+        << Lines.join('\n').toStdString();
+    EXPECT_EQ(Lines.filter("File not found: gone.svd").size(), 1);
+    EXPECT_EQ(CFileFinder::Instance()->GetSearchPaths(), QStringList({"descriptions"}));
+    Run("File.NewProject");
+    EXPECT_TRUE(CFileFinder::Instance()->GetSearchPaths().isEmpty());
     m_Answer = nullptr;
 }
 

@@ -3,7 +3,6 @@
 #include "app/core/SysVars.h"
 #include "script/HostFixture.h"
 #include "script/Project.h"
-#include "script/ProjectPaths.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

@@ -45,8 +45,6 @@ TEST_F(ProjectTest, CloseForgetsWhatTheProjectSet) {
     Project()->SetCorePluginPath("/x/core.so");
     Project()->SetOSPluginPath("/x/os.so");
     Project()->AddWarning("w");
-    ProjectPaths::AddRootPath("/src");
-    ProjectPaths::AddPathSubstitute("C:\\build", "$(ProjectDir)");
     Project()->SetModified(true);
     Project()->Close();
     EXPECT_TRUE(Project()->GetSvdFiles().isEmpty());
@@ -55,8 +53,6 @@ TEST_F(ProjectTest, CloseForgetsWhatTheProjectSet) {
     EXPECT_TRUE(Project()->GetCorePluginPath().isEmpty());
     EXPECT_TRUE(Project()->GetOSPluginPath().isEmpty());
     EXPECT_TRUE(Project()->GetWarnings().isEmpty());
-    EXPECT_TRUE(ProjectPaths::GetRootPaths().isEmpty());
-    EXPECT_TRUE(ProjectPaths::GetPathSubstitutes().isEmpty());
     EXPECT_FALSE(Project()->IsModified());
     EXPECT_TRUE(Project()->IsLoaded()) << "an empty project stands";
     EXPECT_EQ(Project()->GetPath(), "");

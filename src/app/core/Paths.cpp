@@ -72,6 +72,14 @@ void SetProgramFile(const QString& Path) {
     s_ProgramFile = Path;
 }
 
+QString GetProjectFile() {
+    return s_ProjectFile;
+}
+
+QString GetProgramFile() {
+    return s_ProgramFile;
+}
+
 QString ExpandMacros(const QString& Text) {
     if (!Text.contains(QStringLiteral("$("))) {
         return Text;

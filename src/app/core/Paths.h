@@ -21,6 +21,8 @@ QString GetDocDir();         ///< install directory + "/Doc/"
 /// The project and program files whose directories $(ProjectDir) and $(AppDir) stand for.
 void SetProjectFile(const QString& Path);
 void SetProgramFile(const QString& Path);
+QString GetProjectFile();
+QString GetProgramFile();
 
 /// Replaces the macros $(InstallDir), $(ExecutableDir), $(AppBundleDir), $(ConfigDir), $(LibraryDir),
 /// $(PluginDir), $(DocDir), $(ProjectDir) and $(AppDir). Names are compared with their case.

@@ -14,6 +14,7 @@
 #include "app/core/SysVars.h"
 #include "app/core/Version.h"
 #include "app/session/SessionController.h"
+#include "program/SymbolFind.h"
 #include "script/Project.h"
 #include "target/Device.h"
 #include "target/DeviceEvents.h"
@@ -85,6 +86,8 @@ CMainWindow::CMainWindow() : CWindow(QStringLiteral("MainWindow")) {
     // The toolkit's complaints about the steps below (settings, fonts, docks) go to the log too.
     InstallToolkitMessageHandler();
     RegisterMetaTypes();
+    // Source location arguments echo in the one form that finds the same line again.
+    Commands::SetSourceLocationFormatter(ELF_CanonicalSrcLocText);
 
     // Settings first: the steps below read them.
     Settings::Load();

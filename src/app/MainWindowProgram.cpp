@@ -221,6 +221,9 @@ void CMainWindow::ResolveProgramSources() {
     LogDebugMsg(QStringLiteral("Source files: %1 found, %2 not found")
                     .arg(Finder->GetResolvedFiles().size())
                     .arg(Finder->GetUnresolvedFiles().size()));
+    for (const QString& Path : Finder->GetUnresolvedFiles()) {
+        LogDebugMsg(QStringLiteral("Source file not found: ") + Path);
+    }
 }
 
 void CMainWindow::StoreProgramData(const QString& Path) {

@@ -18,7 +18,8 @@ constexpr U8 DW_OP_PLUS_UCONST = 0x23;
 constexpr U32 DW_TAG_SUBPROGRAM = 0x2E;
 constexpr U32 DW_TAG_INLINED_SUBROUTINE = 0x1D;
 constexpr U32 DW_TAG_VARIABLE = 0x34;
-constexpr U32 STT_OBJECT = 1;
+constexpr U32 STT_SECTION = 3;
+constexpr U32 STT_FILE = 4;
 constexpr U32 STT_FUNC = 2;
 constexpr U32 MACRO_DEFINE = 1;
 
@@ -126,8 +127,10 @@ I64 ELF_GetSymAddr(ELF_SYM_HANDLE Handle) {
         return Low == ~0ull ? -1 : static_cast<I64>(ELF_AlignInst(static_cast<U32>(Low)));
     }
     if (ELF_GetHandleKind(Handle) == ELF_SYM_KIND_ELF) {
-        // Data symbols of the ELF table carry their address; a section of 0 means undefined.
-        return ELF_GetSymTag(Handle) == STT_OBJECT && ELF_GetSymSection(Handle) > 0
+        // Data and the linker's own symbols (section bounds, the stack top) carry their address; section
+        // and file names don't, and a section of 0 means undefined.
+        const U32 Type = ELF_GetSymTag(Handle);
+        return Type != STT_SECTION && Type != STT_FILE && ELF_GetSymSection(Handle) > 0
                    ? static_cast<I64>(ELF_GetSymLowPC(Handle, 0))
                    : -1;
     }
@@ -169,7 +172,19 @@ I64 ELF_FindAddr(const QString& Text, int& Kind, U32* Size) {
         Kind = FIND_ADDR_VALUE;
         return Number;
     }
+    // A function that has a callable copy is found there, not in one of the places it was inlined.
+    ELF_SYM_LIST Ordered;
     for (ELF_SYM_HANDLE H : Syms) {
+        if (ELF_GetHandleKind(H) == ELF_SYM_KIND_ELF && IsFunctionSym(H)) {
+            Ordered.push_back(H);
+        }
+    }
+    for (ELF_SYM_HANDLE H : Syms) {
+        if (Ordered.empty() || !IsFunctionSym(H) || ELF_GetHandleKind(H) != ELF_SYM_KIND_DEBUG) {
+            Ordered.push_back(H);
+        }
+    }
+    for (ELF_SYM_HANDLE H : Ordered) {
         const I64 Addr = ELF_GetSymAddr(H);
         if (Addr < 0) {
             continue;

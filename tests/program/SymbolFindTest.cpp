@@ -1,0 +1,203 @@
+// Texts to addresses against the toolchain: every symbol readelf names resolves to its address, every
+// function and variable gdb lists is found at its line, macros read as gdb reads them, and location
+// texts round-trip through their canonical form.
+
+#include "Toolchain.h"
+
+#include "app/core/CommandTable.h"
+#include "program/ElfWrapper.h"
+#include "program/SymbolFind.h"
+
+#include <QFileInfo>
+#include <QRegularExpression>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+QStringList CorpusElfs() {
+    return Toolchain::FirmwareElfs() +
+           QString::fromUtf8(ARNEX_TEST_DWARF_CORPUS).split(QLatin1Char('|'), Qt::SkipEmptyParts);
+}
+
+class SymbolFind : public ::testing::Test {
+protected:
+    void TearDown() override { ELF_Unload(); }
+};
+
+TEST_F(SymbolFind, EveryNamedSymbolResolvesToItsAddressInTheSymbolTable) {
+    int Checked = 0;
+    for (const QString& Elf : CorpusElfs()) {
+        SCOPED_TRACE(Elf.toStdString());
+        ASSERT_EQ(ELF_Load(Elf), 0);
+        const std::vector<Toolchain::Symbol> Syms = Toolchain::ReadSymbols(Elf);
+        QHash<QString, int> Count;
+        for (const Toolchain::Symbol& E : Syms) {
+            ++Count[E.Name];
+        }
+        for (const Toolchain::Symbol& E : Syms) {
+            // Names given twice (statics of two units) are a matter of scope, not of the resolver.
+            if (Count[E.Name] != 1 || E.Name.isEmpty() || E.Name.startsWith('$') || E.Value == 0 ||
+                E.Ndx == "UND" || E.Type == "FILE" || E.Type == "SECTION") {
+                continue;
+            }
+            int Kind = FIND_ADDR_NONE;
+            U32 Size = 0;
+            const I64 Addr = ELF_FindAddr(E.Name, Kind, &Size);
+            const bool Function = E.Type == "FUNC";
+            EXPECT_EQ(Addr, Function ? E.Value & ~1u : E.Value) << E.Name.toStdString();
+            EXPECT_EQ(Kind, Function ? FIND_ADDR_FUNCTION : FIND_ADDR_DATA) << E.Name.toStdString();
+            if (E.Size && E.Type == "OBJECT") {
+                EXPECT_EQ(Size, E.Size) << E.Name.toStdString();
+            }
+            ++Checked;
+        }
+    }
+    EXPECT_GT(Checked, 2000);
+}
+
+TEST_F(SymbolFind, FunctionsAndVariablesGdbListsAreFoundAtTheirLines) {
+    static const QRegularExpression Entry(R"(^(\d+):\s+(.*?);$)");
+    static const QRegularExpression NonDebug(R"(^0x([0-9a-f]+)\s+(\S+)$)");
+    static const QRegularExpression LastName(R"(([A-Za-z_]\w*)\s*(\(.*\)|(\[\d*\])+)?\s*$)");
+    int Debug = 0;
+    int Plain = 0;
+    for (const QString& Elf : Toolchain::FirmwareElfs()) {
+        SCOPED_TRACE(Elf.toStdString());
+        ASSERT_EQ(ELF_Load(Elf), 0);
+        const QStringList Answers =
+            Toolchain::AskGdb(Elf, {QStringLiteral("info functions"), QStringLiteral("info variables")});
+        ASSERT_EQ(Answers.size(), 2);
+        for (int Which = 0; Which < 2; ++Which) {
+            bool NonDebugging = false;
+            for (const QString& Line : Answers[Which].split('\n')) {
+                NonDebugging |= Line.startsWith("Non-debugging symbols:");
+                const QRegularExpressionMatch E = Entry.match(Line.trimmed());
+                const QRegularExpressionMatch N = NonDebug.match(Line.trimmed());
+                if (!NonDebugging && E.hasMatch()) {
+                    const QRegularExpressionMatch Name = LastName.match(E.captured(2));
+                    ASSERT_TRUE(Name.hasMatch()) << Line.toStdString();
+                    bool Found = false;
+                    for (ELF_SYM_HANDLE H :
+                         ELF_FindSyms(Name.captured(1), true, false, false, false, false)) {
+                        Found |= ELF_GetSymDeclLine(H, 0x3A) == E.captured(1).toUInt() &&
+                                 ELF_GetSymTag(H) == (Which == 0 ? 0x2Eu : 0x34u);
+                    }
+                    EXPECT_TRUE(Found) << Line.toStdString();
+                    ++Debug;
+                } else if (NonDebugging && N.hasMatch() && !N.captured(2).startsWith('$')) {
+                    int Kind = FIND_ADDR_NONE;
+                    EXPECT_EQ(ELF_FindAddr(N.captured(2), Kind), N.captured(1).toUInt(nullptr, 16) & ~1u)
+                        << Line.toStdString();
+                    ++Plain;
+                }
+            }
+        }
+    }
+    EXPECT_GT(Debug, 100);
+    EXPECT_GT(Plain, 3);
+}
+
+TEST_F(SymbolFind, LocationTextsResolveAsGdbsLinesAndRoundTrip) {
+    static const QRegularExpression Starts(R"(Line (\d+) of "[^"]*" starts at address 0x([0-9a-f]+))");
+    int Compared = 0;
+    for (const QString& Elf : Toolchain::FirmwareElfs()) {
+        if (!Elf.contains("O2-dwarf5") && !Elf.contains("O0-dwarf4")) {
+            continue;
+        }
+        SCOPED_TRACE(Elf.toStdString());
+        ASSERT_EQ(ELF_Load(Elf), 0);
+        const QString Name = QFileInfo(Elf).fileName().section('-', 0, 0) + ".c";
+        QStringList Commands;
+        for (U32 Line = 1; Line <= 150; ++Line) {
+            Commands << QStringLiteral("info line %1:%2").arg(Name).arg(Line);
+        }
+        const QStringList Answers = Toolchain::AskGdb(Elf, Commands);
+        ASSERT_EQ(Answers.size(), Commands.size());
+        for (U32 Line = 1; Line <= 150; ++Line) {
+            const QString Text = QStringLiteral("%1:%2").arg(Name).arg(Line);
+            int Kind = FIND_ADDR_NONE;
+            const I64 Addr = ELF_FindAddr(Text, Kind);
+            const QRegularExpressionMatch M = Starts.match(Answers[static_cast<int>(Line - 1)]);
+            if (M.hasMatch() && M.captured(1).toUInt() == Line) {
+                EXPECT_EQ(Addr, static_cast<I64>(M.captured(2).toUInt(nullptr, 16))) << Text.toStdString();
+                EXPECT_EQ(Kind, FIND_ADDR_SOURCE);
+                ++Compared;
+            }
+            CSrcLoc Loc;
+            if (ELF_ParseSrcLoc(Text, Loc)) {
+                // A line without code stands for the next line that has some.
+                const CSrcLoc Code = ELF_GetFirstAddrOfLine(Loc) >= 0 ? Loc : ELF_GetNextCodeLine(Loc);
+                EXPECT_EQ(Addr, Code.IsValid() ? ELF_GetFirstAddrOfLine(Code) : -1) << Text.toStdString();
+                CSrcLoc Back;
+                EXPECT_TRUE(ELF_ParseSrcLoc(ELF_FormatSrcLoc(Loc), Back));
+                EXPECT_EQ(Back, Loc);
+            }
+        }
+    }
+    EXPECT_GT(Compared, 100);
+}
+
+TEST_F(SymbolFind, TextsOfEveryShape) {
+    const QString Elf = Toolchain::FirmwareElfs().filter("calls-O0-dwarf5").first();
+    ASSERT_EQ(ELF_Load(Elf), 0);
+    const I64 File = ELF_GetFileId("calls.c");
+    ASSERT_GE(File, 0);
+    CSrcLoc Loc;
+    // A path of the build machine, of another one, a quoted one, a column; case ignored in the name.
+    for (const QString& T : {ELF_GetFilePath(static_cast<U32>(File)) + ":12", QString("C:\\src\\CALLS.C:12"),
+                             QString("\"calls.c:12\""), QString(" calls.c:12:7 ")}) {
+        ASSERT_TRUE(ELF_ParseSrcLoc(T, Loc)) << T.toStdString();
+        EXPECT_EQ(Loc.File, static_cast<U32>(File));
+        EXPECT_EQ(Loc.Line, 12u);
+    }
+    EXPECT_EQ(Loc.Column, 7u);
+    EXPECT_EQ(ELF_FormatSrcLoc(Loc), "calls.c:12:7");
+    for (const char* T : {"calls.c:0", "calls.c", "nothere.c:12", ":12", "calls.c:12:", "calls.c:x"}) {
+        EXPECT_FALSE(ELF_ParseSrcLoc(T, Loc)) << T;
+    }
+    // The echo of a command shows the canonical form.
+    QString Canonical;
+    EXPECT_TRUE(ELF_CanonicalSrcLocText("C:\\src\\calls.c:12", Canonical));
+    EXPECT_EQ(Canonical, "calls.c:12");
+
+    int Kind = FIND_ADDR_NONE;
+    EXPECT_EQ(ELF_FindAddr("0x20000100", Kind), 0x20000100);
+    EXPECT_EQ(Kind, FIND_ADDR_VALUE);
+    EXPECT_EQ(ELF_FindAddr("BEEF", Kind), 0xBEEF) << "hexadecimal digits that name nothing";
+    EXPECT_EQ(Kind, FIND_ADDR_VALUE);
+    // "Add" reads as a number but names a function: the function wins; "0xAdd" is the number.
+    EXPECT_EQ(ELF_FindAddr("Add", Kind), ELF_GetProgramSymAddr("Add"));
+    EXPECT_EQ(Kind, FIND_ADDR_FUNCTION);
+    EXPECT_EQ(ELF_FindAddr("0xAdd", Kind), 0xADD);
+    for (const char* T : {"", "0x100000000", "no_such_name", "nothere.c:3"}) {
+        EXPECT_EQ(ELF_FindAddr(T, Kind), -1) << T;
+        EXPECT_EQ(Kind, FIND_ADDR_NONE);
+    }
+}
+
+TEST_F(SymbolFind, MacrosReadAsGdbReadsThem) {
+    const QString Elf = QString::fromUtf8(ARNEX_TEST_DWARF_CORPUS).split('|').filter("dwarf5-macro").first();
+    ASSERT_EQ(ELF_Load(Elf), 0);
+    const QStringList Names = {"__GNUC__", "__INT64_C", "__ARM_ARCH", "__INT_MAX__", "__FLT_EPSILON__"};
+    QStringList Commands = {"list main"};
+    for (const QString& N : Names) {
+        Commands << "info macro " + N;
+    }
+    const QStringList Answers = Toolchain::AskGdb(Elf, Commands);
+    ASSERT_EQ(Answers.size(), Commands.size());
+    static const QRegularExpression Define(R"(-D(\S+?)=(.*)$)", QRegularExpression::MultilineOption);
+    for (int i = 0; i < Names.size(); ++i) {
+        const QRegularExpressionMatch M = Define.match(Answers[i + 1]);
+        ASSERT_TRUE(M.hasMatch()) << Answers[i + 1].toStdString();
+        QString Value;
+        EXPECT_TRUE(ELF_GetMacro(M.captured(1), Value)) << M.captured(1).toStdString();
+        EXPECT_EQ(Value, M.captured(2).trimmed()) << M.captured(1).toStdString();
+    }
+    QString Value;
+    EXPECT_FALSE(ELF_GetMacro("__INT64_C", Value)) << "a macro with parameters is named with them";
+    ELF_Unload();
+    EXPECT_FALSE(ELF_GetMacro("__GNUC__", Value)) << "the table goes with the program";
+}
+
+} // namespace

@@ -80,6 +80,12 @@ struct STORE {
     ELF_SYM_LIST DebugSymbols;
     ELF_SYM_LIST TypeSymbols;
     ELF_SYM_LIST ElfSymbols;
+    /// The ELF symbols of executable sections by address (Thumb bit off), a function first at its address.
+    std::vector<std::pair<U32, ELF_SYM_HANDLE>> CodeSymbols;
+    ELF_SYM_LIST Globals;
+    /// Debug symbols by (file id, declaration line), made on first use.
+    bool DeclLinesReady = false;
+    QMultiHash<U64, ELF_SYM_HANDLE> DeclLines;
     /// Name hashes, made on first use; values read latest first.
     bool NamesReady = false;
     QMultiHash<QByteArray, ELF_SYM_HANDLE> DebugNames, TypeNames, ElfNames;
@@ -399,6 +405,27 @@ void ELF_BuildSymbolStore() {
     std::sort(St.AddressList.begin(), St.AddressList.end());
     Phase("Sorted program address list: ", T);
 
+    // Code symbols, mapping symbols ($t, $d) included: they tell code from data in code sections.
+    for (U32 i = 1; i < SymCount; ++i) {
+        const U32 Section = ELF_GetSymSection(File, i);
+        if (Section == 0 || Section >= 0xFF00 || !(ELF_GetSectionFlags(File, Section) & SHF_EXECINSTR)) {
+            continue;
+        }
+        const char* Name = ELF_GetSymName(File, i);
+        if (ELF_GetSymType(File, i) == STT_FUNC && Name && (Name[0] == '?' || Name[0] == '$')) {
+            continue;
+        }
+        St.CodeSymbols.push_back({ELF_AlignInst(ELF_GetSymValue(File, i)), ELF_MakeElfSymHandle(Slot, i)});
+    }
+    std::stable_sort(St.CodeSymbols.begin(), St.CodeSymbols.end(), [](const auto& A, const auto& B) {
+        if (A.first != B.first) {
+            return A.first < B.first;
+        }
+        // The function of an address stands first, where the look-up finds it.
+        return ELF_GetSymTag(A.second) == STT_FUNC && ELF_GetSymTag(B.second) != STT_FUNC;
+    });
+    Phase("Build symbol table: ", T);
+
     // One function per start: a debug entry stands unless a larger ELF symbol starts there too. A
     // function inlined everywhere stands at its first expansion.
     std::map<U32, std::pair<U32, ELF_SYM_HANDLE>> ByStart;
@@ -520,6 +547,9 @@ void ELF_BuildSymbolStore() {
         for (U32 i = 0, n = ELF_GetSymListCount(File, List); i < n; ++i) {
             const ELF_SYM_HANDLE H = ELF_GetSymListItem(File, List, i);
             H ? Into.push_back(H) : static_cast<void>(++Null);
+            if (H && List == ELF_LIST_GLOBALS) {
+                St.Globals.push_back(H);
+            }
         }
         if (Null) {
             LogDebugMsg(QStringLiteral("Warning: found %1 null pointers in symbol list").arg(Null));
@@ -997,4 +1027,112 @@ ELF_SYM_HANDLE ELF_GetScopeFunction() {
 ELF_SYM_LIST ELF_GetFunctions() {
     QMutexLocker Lock(&ELF_GetDataMutex());
     return S().Functions;
+}
+
+ELF_SYM_HANDLE ELF_GetSymAt(U32 Addr) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const auto& L = S().CodeSymbols;
+    const auto It =
+        std::lower_bound(L.begin(), L.end(), std::make_pair(ELF_AlignInst(Addr), ELF_SYM_HANDLE(0)));
+    return It != L.end() && It->first == ELF_AlignInst(Addr) ? It->second : 0;
+}
+
+CSrcLoc ELF_GetLastSrcLocAt(U32 Addr) {
+    const CSrcLocList L = ELF_GetSrcLocsAt(Addr);
+    return L.empty() ? CSrcLoc{NO_FILE, 0, 0} : L.back();
+}
+
+bool ELF_RangeHasSrc(U32 Start, U32 Size) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const std::vector<U32>& L = S().AddressList;
+    const auto It = std::lower_bound(L.begin(), L.end(), Start);
+    return It != L.end() && static_cast<U64>(*It) < static_cast<U64>(Start) + Size;
+}
+
+bool ELF_GetNextLineAddr(U32 Addr, U32& Result) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    const STORE& St = S();
+    const U32 Step = std::max<U32>(ELF_GetInstAlign(), 1);
+    const U32 Start = ELF_AlignInst(Addr);
+    const CSrcLocList Here = St.AddressMap.value(Start);
+    const U64 End = std::min<U64>(static_cast<U64>(Start) + 1000, St.High);
+    for (U64 A = Start + Step; A <= End; A += Step) {
+        const auto It = St.AddressMap.constFind(static_cast<U32>(A));
+        if (It == St.AddressMap.constEnd()) {
+            continue;
+        }
+        for (const CSrcLoc& L : *It) {
+            if (L.IsValid() && std::find(Here.begin(), Here.end(), L) == Here.end()) {
+                Result = static_cast<U32>(A);
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+ELF_SYM_LIST ELF_GetSymsAtLine(const CSrcLoc& Loc) {
+    constexpr U32 DW_AT_DECL_FILE = 0x3A;
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    STORE& St = S();
+    if (!St.DeclLinesReady) {
+        St.DeclLinesReady = true;
+        const auto Add = [&St](ELF_SYM_HANDLE H) {
+            const U32 Line = ELF_GetSymDeclLine(H, DW_AT_DECL_FILE);
+            const U32 File = ELF_FileIdOfPath(QString::fromUtf8(ELF_GetSymDeclFile(H, DW_AT_DECL_FILE)));
+            if (Line && File != NO_FILE) {
+                St.DeclLines.insert(LineKey(File, Line), H);
+            }
+        };
+        for (ELF_SYM_HANDLE H : St.DebugSymbols) {
+            Add(H);
+            // Locals and parameters are declared on lines of their function too.
+            if (ELF_GetSymTag(H) == DW_TAG_SUBPROGRAM) {
+                for (U32 i = 0, n = ELF_GetSymLocalCount(H); i < n; ++i) {
+                    Add(ELF_GetSymLocal(H, i));
+                }
+            }
+        }
+    }
+    ELF_SYM_LIST Out;
+    for (auto It = St.DeclLines.constFind(LineKey(Loc.File, Loc.Line));
+         It != St.DeclLines.constEnd() && It.key() == LineKey(Loc.File, Loc.Line); ++It) {
+        Out.push_back(It.value());
+    }
+    return Out;
+}
+
+ELF_SYM_LIST ELF_GetGlobals() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return S().Globals;
+}
+
+ELF_SYM_LIST ELF_GetLocals() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    ELF_SYM_LIST Out;
+    const ELF_SYM_HANDLE F = S().ScopeFunction;
+    for (U32 i = 0, n = F ? ELF_GetSymLocalCount(F) : 0; i < n; ++i) {
+        Out.push_back(ELF_GetSymLocal(F, i));
+    }
+    return Out;
+}
+
+ELF_SYM_LIST ELF_GetFunctionsWithoutSource() {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    STORE& St = S();
+    ELF_SYM_LIST Out;
+    for (ELF_SYM_HANDLE H : St.Functions) {
+        U32 Start = 0;
+        U32 Size = 0;
+        RangeOf(H, Start, Size);
+        if (Start && RowAddressLocked(St, Start) < 0) {
+            Out.push_back(H);
+        }
+    }
+    return Out;
+}
+
+ELF_SYM_LIST ELF_GetInlineInstances(ELF_SYM_HANDLE Handle) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return S().Expansions.value(Handle);
 }

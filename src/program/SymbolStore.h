@@ -112,3 +112,22 @@ ELF_SYM_HANDLE ELF_GetScopeFunction();
 
 /// The functions, one per start address.
 ELF_SYM_LIST ELF_GetFunctions();
+/// The functions whose first address has no source line (library and assembly code).
+ELF_SYM_LIST ELF_GetFunctionsWithoutSource();
+/// The inlined expansions of a function (by its abstract entry).
+ELF_SYM_LIST ELF_GetInlineInstances(ELF_SYM_HANDLE Handle);
+/// The program's global variables, and the locals of the current scope's function.
+ELF_SYM_LIST ELF_GetGlobals();
+ELF_SYM_LIST ELF_GetLocals();
+
+/// The ELF symbol of a code section at exactly this address, a function before a label; 0 for none.
+ELF_SYM_HANDLE ELF_GetSymAt(U32 Addr);
+/// The last of ELF_GetSrcLocsAt, or an invalid location.
+CSrcLoc ELF_GetLastSrcLocAt(U32 Addr);
+/// Whether a line-table address lies in [Start, Start + Size).
+bool ELF_RangeHasSrc(U32 Start, U32 Size);
+/// The first address after Addr, in instruction steps up to 1000 bytes on, whose line differs from the
+/// lines at Addr; false if none does.
+bool ELF_GetNextLineAddr(U32 Addr, U32& Result);
+/// The symbols declared at a line (variables, parameters, functions, types' members are not among them).
+ELF_SYM_LIST ELF_GetSymsAtLine(const CSrcLoc& Loc);

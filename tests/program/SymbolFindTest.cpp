@@ -70,8 +70,12 @@ TEST_F(SymbolFind, FunctionsAndVariablesGdbListsAreFoundAtTheirLines) {
         ASSERT_EQ(Answers.size(), 2);
         for (int Which = 0; Which < 2; ++Which) {
             bool NonDebugging = false;
+            I64 File = -1;
             for (const QString& Line : Answers[Which].split('\n')) {
                 NonDebugging |= Line.startsWith("Non-debugging symbols:");
+                if (Line.startsWith("File ") && Line.endsWith(':')) {
+                    File = ELF_GetFileId(Line.mid(5).chopped(1));
+                }
                 const QRegularExpressionMatch E = Entry.match(Line.trimmed());
                 const QRegularExpressionMatch N = NonDebug.match(Line.trimmed());
                 if (!NonDebugging && E.hasMatch()) {
@@ -84,6 +88,21 @@ TEST_F(SymbolFind, FunctionsAndVariablesGdbListsAreFoundAtTheirLines) {
                                  ELF_GetSymTag(H) == (Which == 0 ? 0x2Eu : 0x34u);
                     }
                     EXPECT_TRUE(Found) << Line.toStdString();
+                    // The same symbol is among those declared at that line of that file.
+                    bool AtLine = false;
+                    ASSERT_GE(File, 0) << Line.toStdString();
+                    for (ELF_SYM_HANDLE H :
+                         ELF_GetSymsAtLine({static_cast<U32>(File), E.captured(1).toUInt(), 0})) {
+                        AtLine |= QString::fromUtf8(ELF_GetSymName(H)) == Name.captured(1);
+                    }
+                    EXPECT_TRUE(AtLine) << Line.toStdString();
+                    if (Which == 0) {
+                        const ELF_SYM_LIST Bare = ELF_GetFunctionsWithoutSource();
+                        for (ELF_SYM_HANDLE H : Bare) {
+                            EXPECT_NE(QString::fromUtf8(ELF_GetSymName(H)), Name.captured(1))
+                                << "a function gdb knows by its line has source";
+                        }
+                    }
                     ++Debug;
                 } else if (NonDebugging && N.hasMatch() && !N.captured(2).startsWith('$')) {
                     int Kind = FIND_ADDR_NONE;
@@ -96,6 +115,64 @@ TEST_F(SymbolFind, FunctionsAndVariablesGdbListsAreFoundAtTheirLines) {
     }
     EXPECT_GT(Debug, 100);
     EXPECT_GT(Plain, 3);
+}
+
+TEST_F(SymbolFind, TheSymbolAtAnAddressIsGdbsAndTheNextLineIsTheNextOne) {
+    static const QRegularExpression Info(R"(^(\S+?)(\.\w+\.\d+)?( \+ \d+)? in section \S+$)");
+    int Compared = 0;
+    for (const QString& Elf : Toolchain::FirmwareElfs()) {
+        SCOPED_TRACE(Elf.toStdString());
+        ASSERT_EQ(ELF_Load(Elf), 0);
+        // Every function of the symbol table stands at its address.
+        for (const Toolchain::Symbol& Sym : Toolchain::ReadSymbols(Elf)) {
+            if (Sym.Type == "FUNC" && Sym.Value) {
+                const ELF_SYM_HANDLE H = ELF_GetSymAt(Sym.Value & ~1u);
+                ASSERT_NE(H, 0u) << Sym.Name.toStdString();
+                EXPECT_EQ(ELF_GetSymTag(H), 2u) << "the function, not the label: " << Sym.Name.toStdString();
+            }
+        }
+        // The function at every eighth line address is the one gdb names for it.
+        std::vector<U32> Addrs;
+        for (I64 A = ELF_GetNextAddr(0); A >= 0; A = ELF_GetNextAddr(static_cast<U32>(A))) {
+            Addrs.push_back(static_cast<U32>(A));
+        }
+        QStringList Commands;
+        std::vector<U32> Asked;
+        for (size_t i = 0; i < Addrs.size(); i += 8) {
+            Commands << QStringLiteral("info symbol 0x%1").arg(Addrs[i], 0, 16);
+            Asked.push_back(Addrs[i]);
+        }
+        const QStringList Answers = Toolchain::AskGdb(Elf, Commands);
+        ASSERT_EQ(Answers.size(), Commands.size());
+        for (size_t i = 0; i < Asked.size(); ++i) {
+            const QRegularExpressionMatch M = Info.match(Answers[static_cast<int>(i)].trimmed());
+            ASSERT_TRUE(M.hasMatch()) << Answers[static_cast<int>(i)].toStdString();
+            const ELF_SYM_HANDLE F = ELF_GetFuncAt(Asked[i], true);
+            // Where names share an address (aliases, entry points of one assembly routine), gdb may name
+            // another: its symbol lies within the function found here.
+            const I64 Start = ELF_GetSymAddr(F);
+            const I64 Theirs = ELF_GetProgramSymAddr(M.captured(1) + M.captured(2));
+            const bool Same = QString::fromUtf8(ELF_GetSymName(F)) == M.captured(1);
+            EXPECT_TRUE(Same || (Theirs >= Start && Theirs <= Asked[i]))
+                << std::hex << Asked[i] << " " << ELF_GetSymName(F) << " " << M.captured(1).toStdString();
+            ++Compared;
+        }
+        // From each line address, the next line starts where the locations first change.
+        for (size_t i = 0; i < Addrs.size(); ++i) {
+            U32 Next = 0;
+            const CSrcLocList Here = ELF_GetSrcLocsAt(Addrs[i]);
+            if (!ELF_GetNextLineAddr(Addrs[i], Next)) {
+                continue;
+            }
+            EXPECT_NE(ELF_GetSrcLocsAt(Next), Here) << std::hex << Addrs[i];
+            for (size_t j = i + 1; j < Addrs.size() && Addrs[j] < Next; ++j) {
+                for (const CSrcLoc& L : ELF_GetSrcLocsAt(Addrs[j])) {
+                    EXPECT_NE(std::find(Here.begin(), Here.end(), L), Here.end()) << std::hex << Addrs[j];
+                }
+            }
+        }
+    }
+    EXPECT_GT(Compared, 300);
 }
 
 TEST_F(SymbolFind, LocationTextsResolveAsGdbsLinesAndRoundTrip) {

@@ -124,14 +124,15 @@ I64 ELF_GetSymAddr(ELF_SYM_HANDLE Handle) {
                 Low = std::min(Low, L);
             }
         }
-        return Low == ~0ull ? -1 : static_cast<I64>(ELF_AlignInst(static_cast<U32>(Low)));
+        return Low == ~0ull ? -1
+                            : static_cast<I64>(ELF_ToTargetAddr(ELF_AlignInst(static_cast<U32>(Low)), 1, 0));
     }
     if (ELF_GetHandleKind(Handle) == ELF_SYM_KIND_ELF) {
         // Data and the linker's own symbols (section bounds, the stack top) carry their address; section
         // and file names don't, and a section of 0 means undefined.
         const U32 Type = ELF_GetSymTag(Handle);
         return Type != STT_SECTION && Type != STT_FILE && ELF_GetSymSection(Handle) > 0
-                   ? static_cast<I64>(ELF_GetSymLowPC(Handle, 0))
+                   ? static_cast<I64>(ELF_ToTargetAddr(static_cast<U32>(ELF_GetSymLowPC(Handle, 0)), 1, 0))
                    : -1;
     }
     if (ELF_GetSymTag(Handle) != DW_TAG_VARIABLE) {
@@ -150,7 +151,8 @@ I64 ELF_GetSymAddr(ELF_SYM_HANDLE Handle) {
     }
     const U64 Addr = Ops[0].Operand1 + (Ops.size() == 2 ? Ops[1].Operand1 : 0);
     // Code the linker dropped keeps address 0.
-    return Addr && Addr <= 0xFFFFFFFFull ? static_cast<I64>(Addr) : -1;
+    return Addr && Addr <= 0xFFFFFFFFull ? static_cast<I64>(ELF_ToTargetAddr(static_cast<U32>(Addr), 1, 0))
+                                         : -1;
 }
 
 I64 ELF_FindAddr(const QString& Text, int& Kind, U32* Size) {

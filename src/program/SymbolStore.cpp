@@ -12,6 +12,7 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QHash>
+#include <QSet>
 
 #include <algorithm>
 #include <map>
@@ -22,6 +23,7 @@ constexpr U32 NO_FILE = 0xFFFFFFFFu;
 constexpr U32 DW_TAG_INLINED_SUBROUTINE = 0x1D;
 constexpr U32 DW_TAG_SUBPROGRAM = 0x2E;
 constexpr U32 DW_TAG_ENTRY_POINT = 0x03;
+constexpr U32 STT_OBJECT = 1;
 constexpr U32 STT_FUNC = 2;
 constexpr U32 SHF_EXECINSTR = 4;
 /// How far back an address without a row of its own takes the row before it.
@@ -94,6 +96,8 @@ struct STORE {
     QMultiHash<QByteArray, ELF_SYM_HANDLE> LocalNames;
     /// Per-address results of the function tree; a miss is cached as an empty list.
     QHash<U32, FUNC_AT> FuncCache;
+    /// Lines of address ranges, by (start + 713) * 31 + end.
+    QHash<U64, std::vector<LINE_RANGE>> LineRangeCache;
 };
 
 STORE& S() {
@@ -121,6 +125,16 @@ bool IsFunction(ELF_SYM_HANDLE H) {
     return Tag == DW_TAG_SUBPROGRAM || Tag == DW_TAG_INLINED_SUBROUTINE || Tag == DW_TAG_ENTRY_POINT;
 }
 
+/// Ends of a symbol's range as the target sees them: aligned to instructions and moved by the project's
+/// symbol relocation (an end belongs to the range before it).
+U64 LowOf(ELF_SYM_HANDLE H, U32 i) {
+    return ELF_ToTargetAddr(ELF_AlignInst(static_cast<U32>(ELF_GetSymLowPC(H, i))), 1, 0);
+}
+
+U64 HighOf(ELF_SYM_HANDLE H, U32 i) {
+    return ELF_ToTargetAddr(ELF_AlignInst(static_cast<U32>(ELF_GetSymHighPC(H, i))), 0, 1);
+}
+
 /// The span of a symbol's ranges, aligned to instructions (Thumb bit off); (0, 0) when it has none.
 void RangeOf(ELF_SYM_HANDLE H, U32& Start, U32& Size) {
     Start = 0;
@@ -129,9 +143,9 @@ void RangeOf(ELF_SYM_HANDLE H, U32& Start, U32& Size) {
     U64 Hi = 0;
     const U32 Count = ELF_GetSymRangeCount(H);
     for (U32 i = 0; i < Count; ++i) {
-        const U64 L = ELF_AlignInst(static_cast<U32>(ELF_GetSymLowPC(H, i)));
+        const U64 L = LowOf(H, i);
         // Both ends aligned: an ELF symbol of Thumb code carries bit 0 in its value, so its end does too.
-        const U64 E = ELF_AlignInst(static_cast<U32>(ELF_GetSymHighPC(H, i)));
+        const U64 E = HighOf(H, i);
         // A range of removed code (at 0 after --gc-sections) or an empty one says nothing.
         if (E <= L || L == 0 || E - L >= ABSURD_RANGE) {
             continue;
@@ -214,7 +228,7 @@ void BuildLineTables(STORE& St, const ELF_FILE* File, const ELF_SYM_LIST& FuncSy
             PrevFile = NO_FILE;
             continue;
         }
-        const U32 Addr = ELF_AlignInst(static_cast<U32>(Row.Address));
+        const U32 Addr = ELF_ToTargetAddr(ELF_AlignInst(static_cast<U32>(Row.Address)), 1, 0);
         if (Floor != ~0ull && Addr < Floor) {
             ++St.Rejected;
             continue;
@@ -250,8 +264,8 @@ void BuildLineTables(STORE& St, const ELF_FILE* File, const ELF_SYM_LIST& FuncSy
         std::vector<std::pair<U64, U64>> Pieces;
         for (ELF_SYM_HANDLE Unit : ELF_GetSourceFileUnits(File, i)) {
             for (U32 r = 0, n = ELF_GetSymRangeCount(Unit); r < n; ++r) {
-                const U64 Lo = ELF_AlignInst(static_cast<U32>(ELF_GetSymLowPC(Unit, r)));
-                const U64 Hi = ELF_GetSymHighPC(Unit, r);
+                const U64 Lo = LowOf(Unit, r);
+                const U64 Hi = ELF_ToTargetAddr(static_cast<U32>(ELF_GetSymHighPC(Unit, r)), 0, 1);
                 if (Hi > Lo && Lo != 0 && Hi - Lo < ABSURD_RANGE && Lo <= Span->second && Hi > Span->first) {
                     Pieces.push_back({Lo, Hi});
                 }
@@ -415,7 +429,8 @@ void ELF_BuildSymbolStore() {
         if (ELF_GetSymType(File, i) == STT_FUNC && Name && (Name[0] == '?' || Name[0] == '$')) {
             continue;
         }
-        St.CodeSymbols.push_back({ELF_AlignInst(ELF_GetSymValue(File, i)), ELF_MakeElfSymHandle(Slot, i)});
+        St.CodeSymbols.push_back(
+            {ELF_ToTargetAddr(ELF_AlignInst(ELF_GetSymValue(File, i)), 1, 0), ELF_MakeElfSymHandle(Slot, i)});
     }
     std::stable_sort(St.CodeSymbols.begin(), St.CodeSymbols.end(), [](const auto& A, const auto& B) {
         if (A.first != B.first) {
@@ -475,9 +490,8 @@ void ELF_BuildSymbolStore() {
     std::vector<CIntervalTree<FUNC_PIECE>::INTERVAL> Intervals;
     const auto Add = [&Intervals](ELF_SYM_HANDLE H) {
         for (U32 i = 0, n = ELF_GetSymRangeCount(H); i < n; ++i) {
-            const U64 L = ELF_AlignInst(static_cast<U32>(ELF_GetSymLowPC(H, i)));
-            const U64 E =
-                std::min<U64>(ELF_AlignInst(static_cast<U32>(ELF_GetSymHighPC(H, i))), 0x100000000ull);
+            const U64 L = LowOf(H, i);
+            const U64 E = HighOf(H, i);
             if (E <= L || L == 0 || E - L >= ABSURD_RANGE) {
                 continue;
             }
@@ -529,6 +543,8 @@ void ELF_BuildSymbolStore() {
         U64 Lo = 0;
         U64 Hi = 0;
         if (ELF_GetFdeRange(File, i, Lo, Hi) && Lo <= Hi && Hi <= 0xFFFFFFFFull) {
+            Lo = ELF_ToTargetAddr(static_cast<U32>(Lo), 1, 0);
+            Hi = ELF_ToTargetAddr(static_cast<U32>(Hi), 0, 1);
             U32& End = Fdes[static_cast<U32>(Lo)];
             End = std::max(End, static_cast<U32>(Hi));
         }
@@ -1135,4 +1151,163 @@ ELF_SYM_LIST ELF_GetFunctionsWithoutSource() {
 ELF_SYM_LIST ELF_GetInlineInstances(ELF_SYM_HANDLE Handle) {
     QMutexLocker Lock(&ELF_GetDataMutex());
     return S().Expansions.value(Handle);
+}
+
+namespace {
+
+/// Ranges beyond this are broken symbols, not code to walk address by address.
+constexpr U32 ANALYSIS_LIMIT = 10000000;
+
+/// What the mapping symbols before an address say of it: 1 data ($d), 0 code ($t, $a, a function),
+/// -1 when none does.
+int MappingAt(const STORE& St, U32 Addr) {
+    const auto& L = St.CodeSymbols;
+    auto It = std::upper_bound(L.begin(), L.end(), Addr,
+                               [](U32 A, const std::pair<U32, ELF_SYM_HANDLE>& E) { return A < E.first; });
+    while (It != L.begin()) {
+        --It;
+        if (ELF_GetSymTag(It->second) == STT_FUNC) {
+            return 0;
+        }
+        const char* Name = ELF_GetSymName(It->second);
+        if (Name && Name[0] == '$' && (Name[1] == 'd' || Name[1] == 't' || Name[1] == 'a') &&
+            (Name[2] == 0 || Name[2] == '.')) {
+            return Name[1] == 'd' ? 1 : 0;
+        }
+    }
+    return -1;
+}
+
+int IsDataAtLocked(const STORE& St, U32 Addr) {
+    const auto& L = St.CodeSymbols;
+    const auto It = std::lower_bound(L.begin(), L.end(), std::make_pair(Addr, ELF_SYM_HANDLE(0)));
+    for (auto At = It; At != L.end() && At->first == Addr; ++At) {
+        if (ELF_GetSymTag(At->second) == STT_OBJECT) {
+            return 1;
+        }
+    }
+    const int Mapping = MappingAt(St, Addr);
+    if (Mapping == 1) {
+        return 1;
+    }
+    return St.AddressMap.contains(Addr) ? 0 : Mapping;
+}
+
+/// The pieces of [Start, Start + Size) that hold data (Data) or code.
+std::vector<std::pair<U32, U32>> SplitRange(const STORE& St, U32 Start, U32 Size, bool Data) {
+    std::vector<std::pair<U32, U32>> Out;
+    const U64 End = static_cast<U64>(Start) + Size;
+    if (Size > ANALYSIS_LIMIT) {
+        LogDebugMsg(QStringLiteral("Size of symbol @ %1 exceeds limit for line count analysis")
+                        .arg(Start, 8, 16, QLatin1Char('0'))
+                        .toUpper());
+        if (!Data) {
+            Out.push_back({Start, Size});
+        }
+        return Out;
+    }
+    // The state at the start, then each mapping symbol inside the range switches it.
+    bool InData = MappingAt(St, Start) == 1;
+    U64 PieceStart = Start;
+    const auto& L = St.CodeSymbols;
+    auto It = std::upper_bound(L.begin(), L.end(), Start,
+                               [](U32 A, const std::pair<U32, ELF_SYM_HANDLE>& E) { return A < E.first; });
+    for (; It != L.end() && It->first < End; ++It) {
+        const int State = MappingAt(St, It->first);
+        if (State < 0 || (State == 1) == InData) {
+            continue;
+        }
+        if (It->first > PieceStart && InData == Data) {
+            Out.push_back({static_cast<U32>(PieceStart), static_cast<U32>(It->first - PieceStart)});
+        }
+        InData = State == 1;
+        PieceStart = It->first;
+    }
+    if (End > PieceStart && InData == Data) {
+        Out.push_back({static_cast<U32>(PieceStart), static_cast<U32>(End - PieceStart)});
+    }
+    return Out;
+}
+
+} // namespace
+
+int ELF_IsDataAt(U32 Addr) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return IsDataAtLocked(S(), Addr);
+}
+
+std::vector<std::pair<U32, U32>> ELF_GetDataRanges(U32 Start, U32 Size) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return SplitRange(S(), Start, Size, true);
+}
+
+std::vector<std::pair<U32, U32>> ELF_GetCodeRanges(U32 Start, U32 Size) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    return SplitRange(S(), Start, Size, false);
+}
+
+std::vector<LINE_RANGE> ELF_GetLineRanges(U32 Start, U32 Size) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    STORE& St = S();
+    if (!St.Ready) {
+        return {};
+    }
+    if (Size > ANALYSIS_LIMIT) {
+        LogDebugMsg(QStringLiteral("Size of function @ %1 exceeds limit for line count analysis")
+                        .arg(Start, 8, 16, QLatin1Char('0'))
+                        .toUpper());
+        return {};
+    }
+    const U64 End = static_cast<U64>(Start) + Size;
+    const U64 Key = (static_cast<U64>(Start) + 713) * 31 + End;
+    const auto Hit = St.LineRangeCache.constFind(Key);
+    if (Hit != St.LineRangeCache.constEnd()) {
+        return *Hit;
+    }
+    std::vector<LINE_RANGE> Out;
+    QSet<U64> Seen;
+    CSrcLoc Current{NO_FILE, 0, 0};
+    bool Open = false;
+    const U32 Step = std::max<U32>(ELF_GetInstAlign(), 1);
+    for (U64 A = Start; A < End; A += Step) {
+        const auto It = St.AddressMap.constFind(static_cast<U32>(A));
+        // Addresses without a row of their own stay with the line before them.
+        if (It == St.AddressMap.constEnd() || It->empty() || IsDataAtLocked(St, static_cast<U32>(A)) == 1) {
+            continue;
+        }
+        const CSrcLoc Line = *std::min_element(It->begin(), It->end());
+        if (Line.File == Current.File && Line.Line == Current.Line) {
+            continue;
+        }
+        if (Open) {
+            Out.back().Size = static_cast<U32>(A - Out.back().Start);
+        }
+        Current = Line;
+        // One range per line: the stretch where it first appears.
+        Open = !Seen.contains(LineKey(Line.File, Line.Line));
+        if (Open) {
+            Seen.insert(LineKey(Line.File, Line.Line));
+            Out.push_back({Line, static_cast<U32>(A), 0});
+        }
+    }
+    if (Open) {
+        Out.back().Size = static_cast<U32>(End - Out.back().Start);
+    }
+    std::sort(Out.begin(), Out.end(),
+              [](const LINE_RANGE& A, const LINE_RANGE& B) { return A.Start < B.Start; });
+    St.LineRangeCache.insert(Key, Out);
+    return Out;
+}
+
+U32 ELF_GetLineCount(U32 Start, U32 Size) {
+    return static_cast<U32>(ELF_GetLineRanges(Start, Size).size());
+}
+
+U32 ELF_GetFileCodeSize(U32 Id) {
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    U64 Sum = 0;
+    for (const auto& R : S().FileRangeList.value(Id)) {
+        Sum += R.second;
+    }
+    return static_cast<U32>(std::min<U64>(Sum, 0xFFFFFFFFull));
 }

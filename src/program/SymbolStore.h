@@ -30,6 +30,13 @@ struct CSrcLoc {
 };
 typedef std::vector<CSrcLoc> CSrcLocList;
 
+/// The addresses of one source line in a function: the first stretch of code where it stands.
+struct LINE_RANGE {
+    CSrcLoc Loc;
+    U32 Start = 0;
+    U32 Size = 0;
+};
+
 /// The file id of a path as the debug information spells it: the hash of its lower-cased text, so
 /// "Main.c" and "main.c" are one file. 0xFFFFFFFF means no file.
 U32 ELF_FileIdOfPath(const QString& Path);
@@ -129,5 +136,17 @@ bool ELF_RangeHasSrc(U32 Start, U32 Size);
 /// The first address after Addr, in instruction steps up to 1000 bytes on, whose line differs from the
 /// lines at Addr; false if none does.
 bool ELF_GetNextLineAddr(U32 Addr, U32& Result);
+/// 1 if the address holds data in code (a literal pool after a "$d" mapping symbol, an object), 0 if
+/// code (after "$t", "$a" or a function, or where a line starts), -1 if unknown.
+int ELF_IsDataAt(U32 Addr);
+/// The pieces of a range that hold data, and those that hold code, as (start, size).
+std::vector<std::pair<U32, U32>> ELF_GetDataRanges(U32 Start, U32 Size);
+std::vector<std::pair<U32, U32>> ELF_GetCodeRanges(U32 Start, U32 Size);
+/// The lines of a range (a function), one range each, by address; data is skipped and addresses
+/// without a row stay with the line before. Cached. Empty for ranges over 10,000,000 bytes.
+std::vector<LINE_RANGE> ELF_GetLineRanges(U32 Start, U32 Size);
+U32 ELF_GetLineCount(U32 Start, U32 Size);
+/// The bytes of code of a file's units.
+U32 ELF_GetFileCodeSize(U32 Id);
 /// The symbols declared at a line (variables, parameters, functions, types' members are not among them).
 ELF_SYM_LIST ELF_GetSymsAtLine(const CSrcLoc& Loc);

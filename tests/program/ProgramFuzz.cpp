@@ -9,6 +9,7 @@
 #include "program/ElfWrapper.h"
 #include "program/FileWorker.h"
 #include "program/RecordParser.h"
+#include "program/SymbolFind.h"
 #include "program/SymbolStore.h"
 
 #include <QCoreApplication>
@@ -324,12 +325,33 @@ static U64 ExerciseStore() {
         Sum +=
             L.Line + ELF_GetAddrsOfLine(L).size() + ELF_GetNextCodeLine(L).Line + ELF_GetPrevCodeLine(L).Line;
         Sum += static_cast<U64>(ELF_GetFileAt(Addr)) + ELF_GetSrcLocsAt(Addr).size();
+        U32 Next = 0;
+        Sum += ELF_GetNextLineAddr(Addr, Next) ? Next : 0;
+        Sum += ELF_GetSymAt(Addr) + ELF_GetSymsAtLine(L).size() + ELF_RangeHasSrc(Addr, 16);
+        // Location texts as a user types them, mangled names and paths of broken files included.
+        int Kind = 0;
+        Sum += static_cast<U64>(ELF_FindAddr(ELF_FormatSrcLoc(L), Kind)) +
+               static_cast<U64>(ELF_FindAddr(QString::number(Addr, 16), Kind));
     }
+    for (ELF_SYM_HANDLE H : ELF_GetGlobals()) {
+        int Kind = 0;
+        Sum += static_cast<U64>(ELF_GetSymAddr(H)) +
+               static_cast<U64>(ELF_FindAddr(QString::fromUtf8(ELF_GetSymName(H)), Kind));
+        if (++Steps > 300) {
+            break;
+        }
+    }
+    QString Value;
+    Sum += ELF_GetMacro(QStringLiteral("__GNUC__"), Value) + ELF_GetFunctionsWithoutSource().size();
     for (ELF_SYM_HANDLE F : ELF_GetFunctions()) {
         if (const char* Name = ELF_GetSymName(F)) {
             Sum += ELF_FindSyms(QString::fromUtf8(Name), true, true, true, true, true).size();
         }
         ELF_SetScope(static_cast<U32>(ELF_GetSymLowPC(F, 0)));
+        const U32 Low = static_cast<U32>(ELF_GetSymLowPC(F, 0));
+        const U32 Size = static_cast<U32>(ELF_GetSymHighPC(F, 0) - ELF_GetSymLowPC(F, 0));
+        Sum += ELF_GetLineRanges(Low, Size).size() + ELF_GetDataRanges(Low, Size).size() +
+               ELF_GetCodeRanges(Low, Size).size() + static_cast<U64>(ELF_IsDataAt(Low));
         if (++Steps > 400) {
             break;
         }

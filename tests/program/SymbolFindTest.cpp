@@ -5,6 +5,7 @@
 #include "Toolchain.h"
 
 #include "app/core/CommandTable.h"
+#include "program/ElfParser.h"
 #include "program/ElfWrapper.h"
 #include "program/SymbolFind.h"
 
@@ -12,6 +13,8 @@
 #include <QRegularExpression>
 
 #include <gtest/gtest.h>
+
+#include <set>
 
 namespace {
 
@@ -175,6 +178,84 @@ TEST_F(SymbolFind, TheSymbolAtAnAddressIsGdbsAndTheNextLineIsTheNextOne) {
     EXPECT_GT(Compared, 300);
 }
 
+TEST_F(SymbolFind, DataInCodeIsObjdumpsAndLinesOfFunctionsAreGdbs) {
+    // An instruction or a ".word": tab, encoding, tab, mnemonic. Other data shows as a dump with its text.
+    static const QRegularExpression Insn(R"(^\s+([0-9a-f]+):\t[0-9a-f ]+\t(\S+))");
+    static const QRegularExpression Raw(R"(^\s+([0-9a-f]+):\t[0-9a-f ]+ {2,}\S)");
+    static const QRegularExpression Info(R"re(Line (\d+) of "([^"]*)")re");
+    int Words = 0;
+    int Lines = 0;
+    for (const QString& Elf : Toolchain::FirmwareElfs()) {
+        SCOPED_TRACE(Elf.toStdString());
+        ASSERT_EQ(ELF_Load(Elf), 0);
+        // objdump shows literal pools as ".word": they are data, every instruction is code.
+        const QStringList Dump = Toolchain::Run(ARNEX_TEST_OBJDUMP, {"-d", Elf}).split('\n');
+        for (const QString& Line : Dump) {
+            const QRegularExpressionMatch M = Insn.match(Line);
+            const QRegularExpressionMatch D = Raw.match(Line);
+            if (!M.hasMatch() && !D.hasMatch()) {
+                continue;
+            }
+            const U32 Addr = (M.hasMatch() ? M : D).captured(1).toUInt(nullptr, 16);
+            const bool Word = !M.hasMatch() || M.captured(2) == ".word";
+            EXPECT_EQ(ELF_IsDataAt(Addr),
+                      Word ? 1 : (ELF_HasSrcAt(Addr) || ELF_GetSymAt(Addr) ? 0 : ELF_IsDataAt(Addr)))
+                << Line.toStdString();
+            Words += Word ? 1 : 0;
+        }
+        // Every function's code and data pieces cover it without overlap, and each line's range starts
+        // where gdb says that line is.
+        QStringList Commands;
+        std::vector<LINE_RANGE> Asked;
+        for (const Toolchain::Symbol& Sym : Toolchain::ReadSymbols(Elf)) {
+            if (Sym.Type != "FUNC" || !Sym.Size) {
+                continue;
+            }
+            const U32 Start = Sym.Value & ~1u;
+            U64 Covered = 0;
+            for (const auto& P : ELF_GetCodeRanges(Start, Sym.Size)) {
+                Covered += P.second;
+                for (U32 A = P.first; A < P.first + P.second; A += 2) {
+                    EXPECT_NE(ELF_IsDataAt(A), 1) << Sym.Name.toStdString() << std::hex << " " << A;
+                }
+            }
+            for (const auto& P : ELF_GetDataRanges(Start, Sym.Size)) {
+                Covered += P.second;
+                EXPECT_EQ(ELF_IsDataAt(P.first), 1) << Sym.Name.toStdString();
+            }
+            EXPECT_EQ(Covered, Sym.Size) << Sym.Name.toStdString();
+            const std::vector<LINE_RANGE> Ranges = ELF_GetLineRanges(Start, Sym.Size);
+            EXPECT_EQ(ELF_GetLineCount(Start, Sym.Size), Ranges.size());
+            std::set<std::pair<U32, U32>> Distinct;
+            for (const LINE_RANGE& R : Ranges) {
+                EXPECT_TRUE(Distinct.insert({R.Loc.File, R.Loc.Line}).second) << "one range per line";
+                EXPECT_GE(R.Start, Start);
+                EXPECT_LE(R.Start + R.Size, Start + Sym.Size);
+                Commands << QStringLiteral("info line *0x%1").arg(R.Start, 0, 16);
+                Asked.push_back(R);
+            }
+        }
+        const QStringList Answers = Toolchain::AskGdb(Elf, Commands);
+        ASSERT_EQ(Answers.size(), Commands.size());
+        for (size_t i = 0; i < Asked.size(); ++i) {
+            const QRegularExpressionMatch M = Info.match(Answers[static_cast<int>(i)]);
+            ASSERT_TRUE(M.hasMatch()) << Answers[static_cast<int>(i)].toStdString();
+            // gdb names one line per address; an address of two lines here holds gdb's too.
+            bool Holds = false;
+            for (const CSrcLoc& L : ELF_GetSrcLocsAt(Asked[i].Start)) {
+                Holds |= L.Line == M.captured(1).toUInt() &&
+                         ELF_GetFilePath(L.File).endsWith(M.captured(2).section('/', -1));
+            }
+            EXPECT_TRUE(Holds) << std::hex << Asked[i].Start << " "
+                               << Answers[static_cast<int>(i)].toStdString();
+            EXPECT_EQ(Asked[i].Loc, ELF_GetSrcLocsAt(Asked[i].Start).front());
+            ++Lines;
+        }
+    }
+    EXPECT_GT(Words, 50);
+    EXPECT_GT(Lines, 300);
+}
+
 TEST_F(SymbolFind, LocationTextsResolveAsGdbsLinesAndRoundTrip) {
     static const QRegularExpression Starts(R"(Line (\d+) of "[^"]*" starts at address 0x([0-9a-f]+))");
     int Compared = 0;
@@ -213,6 +294,42 @@ TEST_F(SymbolFind, LocationTextsResolveAsGdbsLinesAndRoundTrip) {
         }
     }
     EXPECT_GT(Compared, 100);
+}
+
+TEST_F(SymbolFind, RelocatedProgramsAnswerAtTheirTargetAddresses) {
+    const QString Elf = Toolchain::FirmwareElfs().filter("calls-O2-dwarf5").first();
+    ASSERT_EQ(ELF_Load(Elf), 0);
+    std::vector<std::pair<U32, CSrcLoc>> Rows;
+    std::vector<ELF_SYM_HANDLE> Funcs;
+    std::vector<I64> Firsts;
+    for (I64 A = ELF_GetNextAddr(0); A >= 0; A = ELF_GetNextAddr(static_cast<U32>(A))) {
+        Rows.push_back({static_cast<U32>(A), ELF_GetSrcLocAt(static_cast<U32>(A))});
+        Funcs.push_back(ELF_GetFuncAt(static_cast<U32>(A), false));
+        Firsts.push_back(ELF_GetFirstAddrOfLine(Rows.back().second));
+    }
+    int Kind = 0;
+    const I64 Main = ELF_FindAddr("main", Kind);
+    const I64 Global = ELF_FindAddr("g_Iterations", Kind);
+    ASSERT_EQ(Global, 0x20000008);
+    U32 FdeLow = 0, FdeHigh = 0;
+    ASSERT_TRUE(ELF_GetFdeSpanAt(static_cast<U32>(Main), FdeLow, FdeHigh));
+    ELF_Unload();
+    // The whole program runs 0x1000 bytes higher than it was linked.
+    ASSERT_EQ(ELF_AddRelocation("*", 0x1000), 0);
+    ASSERT_EQ(ELF_Load(Elf), 0);
+    for (size_t i = 0; i < Rows.size(); ++i) {
+        EXPECT_EQ(ELF_GetSrcLocAt(Rows[i].first + 0x1000), Rows[i].second) << std::hex << Rows[i].first;
+        EXPECT_EQ(ELF_GetFuncAt(Rows[i].first + 0x1000, false), Funcs[i]) << std::hex << Rows[i].first;
+        EXPECT_EQ(ELF_GetFirstAddrOfLine(Rows[i].second), Firsts[i] < 0 ? -1 : Firsts[i] + 0x1000);
+    }
+    EXPECT_EQ(ELF_FindAddr("main", Kind), Main + 0x1000);
+    EXPECT_EQ(ELF_FindAddr("g_Iterations", Kind), Global + 0x1000);
+    U32 Low = 0, High = 0;
+    ASSERT_TRUE(ELF_GetFdeSpanAt(static_cast<U32>(Main + 0x1000), Low, High));
+    EXPECT_EQ(Low, FdeLow + 0x1000);
+    EXPECT_EQ(High, FdeHigh + 0x1000);
+    ELF_Unload();
+    ELF_ClearRelocations();
 }
 
 TEST_F(SymbolFind, TextsOfEveryShape) {

@@ -1311,3 +1311,70 @@ U32 ELF_GetFileCodeSize(U32 Id) {
     }
     return static_cast<U32>(std::min<U64>(Sum, 0xFFFFFFFFull));
 }
+
+namespace {
+
+/// The length of the Thumb instruction at Addr from its first halfword (2 or 4), 0 where the program
+/// has no bytes. Cortex-M code is all Thumb: a first halfword of 0b11101, 0b11110 or 0b11111 opens a
+/// 32-bit instruction.
+U32 ThumbLengthAt(const ELF_DATA_BLOCKS& Blocks, U32 Addr) {
+    for (const ELF_DATA_BLOCK& B : Blocks) {
+        if (Addr >= B.VirtualAddress &&
+            static_cast<U64>(Addr) + 2 <= static_cast<U64>(B.VirtualAddress) + B.Size &&
+            static_cast<qsizetype>(Addr - B.VirtualAddress) + 2 <= B.Data.size()) {
+            const U8* P = reinterpret_cast<const U8*>(B.Data.constData()) + (Addr - B.VirtualAddress);
+            const U32 Half = P[0] | (P[1] << 8);
+            return (Half >> 11) >= 0x1D ? 4 : 2;
+        }
+    }
+    return 0;
+}
+
+} // namespace
+
+std::vector<U32> ELF_GetAddrRangesOfLine(const CSrcLoc& Loc) {
+    constexpr U32 WALK_BYTES = 256;
+    const std::vector<U32> Starts = ELF_GetAddrsOfLine(Loc);
+    const ELF_DATA_BLOCKS Blocks = ELF_GetProgramBlocks();
+    QMutexLocker Lock(&ELF_GetDataMutex());
+    STORE& St = S();
+    const U32 Align = std::max<U32>(ELF_GetInstAlign(), 1);
+    std::vector<U32> Out;
+    QSet<U32> Collected;
+    for (U32 Start : Starts) {
+        // A start the walk from an earlier one reached adds nothing; one it stopped short of (another
+        // line's instruction between) is walked from too, so that no address of the line is lost.
+        if (Collected.contains(Start)) {
+            continue;
+        }
+        // Forward from each start, instruction by instruction, while the code still belongs to the line.
+        for (U64 A = Start; A < static_cast<U64>(Start) + WALK_BYTES;) {
+            const U32 Addr = static_cast<U32>(A);
+            if (IsDataAtLocked(St, Addr) == 1) {
+                A += Align;
+                continue;
+            }
+            const U32 Length = ThumbLengthAt(Blocks, Addr);
+            if (!Length) {
+                break;
+            }
+            const I64 Row = RowAddressLocked(St, Addr);
+            bool Holds = false;
+            if (Row >= 0) {
+                for (const CSrcLoc& L : *St.AddressMap.constFind(static_cast<U32>(Row))) {
+                    Holds |= L.File == Loc.File && L.Line == Loc.Line;
+                }
+            }
+            if (!Holds) {
+                break;
+            }
+            if (!Collected.contains(Addr)) {
+                Collected.insert(Addr);
+                Out.push_back(Addr);
+            }
+            A += Length;
+        }
+    }
+    std::sort(Out.begin(), Out.end());
+    return Out;
+}

@@ -71,6 +71,9 @@ I64 ELF_GetNextAddr(U32 Addr);
 std::vector<U32> ELF_GetAddrsOfLine(const CSrcLoc& Loc);
 /// The first of them, or -1.
 I64 ELF_GetFirstAddrOfLine(const CSrcLoc& Loc);
+/// Every instruction address of the line: from each of its addresses, the instructions that follow
+/// while their lines hold it (up to 256 bytes on), literal pools stepped over. Sorted.
+std::vector<U32> ELF_GetAddrRangesOfLine(const CSrcLoc& Loc);
 /// The next (previous) line of the file with code, within 1000 lines (down to line 0); invalid if none.
 CSrcLoc ELF_GetNextCodeLine(const CSrcLoc& Loc);
 CSrcLoc ELF_GetPrevCodeLine(const CSrcLoc& Loc);

@@ -327,7 +327,8 @@ static U64 ExerciseStore() {
         Sum += static_cast<U64>(ELF_GetFileAt(Addr)) + ELF_GetSrcLocsAt(Addr).size();
         U32 Next = 0;
         Sum += ELF_GetNextLineAddr(Addr, Next) ? Next : 0;
-        Sum += ELF_GetSymAt(Addr) + ELF_GetSymsAtLine(L).size() + ELF_RangeHasSrc(Addr, 16);
+        Sum += ELF_GetSymAt(Addr) + ELF_GetSymsAtLine(L).size() + ELF_RangeHasSrc(Addr, 16) +
+               ELF_GetAddrRangesOfLine(L).size();
         // Location texts as a user types them, mangled names and paths of broken files included.
         int Kind = 0;
         Sum += static_cast<U64>(ELF_FindAddr(ELF_FormatSrcLoc(L), Kind)) +

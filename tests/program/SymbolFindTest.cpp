@@ -203,6 +203,46 @@ TEST_F(SymbolFind, DataInCodeIsObjdumpsAndLinesOfFunctionsAreGdbs) {
                 << Line.toStdString();
             Words += Word ? 1 : 0;
         }
+        // The instructions of each line are instructions objdump decodes, from each of the line's starts
+        // on, and gdb's line of each is this line.
+        std::set<U32> Instructions;
+        for (const QString& Line : Dump) {
+            const QRegularExpressionMatch M = Insn.match(Line);
+            if (M.hasMatch() && M.captured(2) != ".word") {
+                Instructions.insert(M.captured(1).toUInt(nullptr, 16));
+            }
+        }
+        QStringList LineCommands;
+        std::vector<std::pair<U32, CSrcLoc>> LineAsked;
+        for (U32 Id : ELF_GetFileIds()) {
+            for (U32 L = 1; L < 200; ++L) {
+                const std::vector<U32> Code = ELF_GetAddrRangesOfLine({Id, L, 0});
+                for (U32 A : ELF_GetAddrsOfLine({Id, L, 0})) {
+                    EXPECT_TRUE(std::binary_search(Code.begin(), Code.end(), A)) << std::hex << A;
+                }
+                for (U32 A : Code) {
+                    EXPECT_TRUE(Instructions.count(A)) << std::hex << A << " is no instruction";
+                    if (LineAsked.size() % 5 == 0) {
+                        LineCommands << QStringLiteral("info line *0x%1").arg(A, 0, 16);
+                    }
+                    LineAsked.push_back({A, {Id, L, 0}});
+                }
+            }
+        }
+        const QStringList LineAnswers = Toolchain::AskGdb(Elf, LineCommands);
+        ASSERT_EQ(LineAnswers.size(), LineCommands.size());
+        for (qsizetype i = 0; i < LineAnswers.size(); ++i) {
+            const QRegularExpressionMatch M = Info.match(LineAnswers[i]);
+            ASSERT_TRUE(M.hasMatch()) << LineAnswers[i].toStdString();
+            const auto& [Addr, Loc] = LineAsked[static_cast<size_t>(i) * 5];
+            bool Holds = M.captured(1).toUInt() == Loc.Line;
+            // Where gdb names another line of the same address, that address holds both here.
+            for (const CSrcLoc& L : ELF_GetSrcLocsAt(Addr)) {
+                Holds |= L.Line == M.captured(1).toUInt();
+            }
+            EXPECT_TRUE(Holds) << std::hex << Addr << " line " << std::dec << Loc.Line << ": "
+                               << LineAnswers[i].toStdString();
+        }
         // Every function's code and data pieces cover it without overlap, and each line's range starts
         // where gdb says that line is.
         QStringList Commands;

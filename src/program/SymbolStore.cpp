@@ -444,6 +444,12 @@ void ELF_BuildSymbolStore() {
     // One function per start: a debug entry stands unless a larger ELF symbol starts there too. A
     // function inlined everywhere stands at its first expansion.
     std::map<U32, std::pair<U32, ELF_SYM_HANDLE>> ByStart;
+    const auto Stand = [&ByStart](ELF_SYM_HANDLE H, U32 Start, U32 Size) {
+        const auto It = ByStart.find(Start);
+        if (Start && Size && (It == ByStart.end() || It->second.first < Size)) {
+            ByStart[Start] = {Size, H};
+        }
+    };
     for (ELF_SYM_HANDLE H : DebugFuncs) {
         U32 Start = 0;
         U32 Size = 0;
@@ -458,27 +464,13 @@ void ELF_BuildSymbolStore() {
         } else {
             RangeOf(H, Start, Size);
         }
-        if (!Start || !Size) {
-            continue;
-        }
-        const auto It = ByStart.find(Start);
-        if (It != ByStart.end() && It->second.first >= Size) {
-            continue;
-        }
-        ByStart[Start] = {Size, H};
+        Stand(H, Start, Size);
     }
     for (ELF_SYM_HANDLE H : ElfFuncs) {
         U32 Start = 0;
         U32 Size = 0;
         RangeOf(H, Start, Size);
-        if (!Start || !Size) {
-            continue;
-        }
-        const auto It = ByStart.find(Start);
-        if (It != ByStart.end() && It->second.first >= Size) {
-            continue;
-        }
-        ByStart[Start] = {Size, H};
+        Stand(H, Start, Size);
     }
     for (const auto& [Start, Entry] : ByStart) {
         St.Functions.push_back(Entry.second);
